@@ -1,0 +1,2 @@
+#define LEVEL(name) name##_avx2
+#include "fft_kernels_vector.inc"

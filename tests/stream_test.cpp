@@ -1,0 +1,299 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+#include "vq_ns_pipeline.h"
+#include "vqns_stream.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SANITIZED 1
+#endif
+#endif
+#ifdef SANITIZED
+#include <sanitizer/allocator_interface.h>
+#endif
+
+// Under these tests lie parameter tables that pass every spectrum through: what goes in comes out, delayed,
+// so that delays and gains can be read off the output.
+
+namespace {
+
+std::atomic<long> allocations;
+
+}  // namespace
+
+#ifdef SANITIZED
+static void count_allocation(const volatile void*, size_t) {
+    ++allocations;
+}
+static void ignore_release(const volatile void*) {}
+static const int hooks = __sanitizer_install_malloc_and_free_hooks(count_allocation, ignore_release);
+#else
+extern "C" {
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+void* malloc(size_t size) {
+    ++allocations;
+    return __libc_malloc(size);
+}
+void* calloc(size_t count, size_t size) {
+    ++allocations;
+    return __libc_calloc(count, size);
+}
+void* realloc(void* memory, size_t size) {
+    ++allocations;
+    return __libc_realloc(memory, size);
+}
+}
+#endif
+
+namespace {
+
+using Pcm = std::vector<int16_t>;
+using vqns_stream::Hop;
+using vqns_stream::Options;
+
+// The eight rates of the library, and others that go another way.
+constexpr int kRates[] = {8000,  11025, 16000, 22050, 24000, 32000,  44100,
+                          48000, 12000, 37800, 88200, 96000, 192000, 12345};
+
+struct Stream {
+    std::unique_ptr<vqns_stream::Stream, void (*)(vqns_stream::Stream*)> stream;
+
+    explicit Stream(int rate, const Options& options = {})
+        : stream(vqns_stream::open(rate, options), vqns_stream::close) {}
+    int64_t latency() const {
+        return vqns_stream::latency(stream.get());
+    }
+    // Block sizes from `sizes` in turn.
+    Pcm run(const Pcm& in, const std::vector<int64_t>& sizes) {
+        Pcm out(in.size(), 99);
+        size_t at = 0;
+        for (size_t block = 0; at < in.size(); ++block) {
+            const auto n =
+                std::min<int64_t>(sizes[block % sizes.size()], static_cast<int64_t>(in.size() - at));
+            vqns_stream::process(stream.get(), in.data() + at, out.data() + at, n);
+            at += static_cast<size_t>(n);
+        }
+        return out;
+    }
+};
+
+Options plain() {
+    Options options;
+    options.level = false;
+    return options;
+}
+
+Pcm noise(size_t count, int amplitude, unsigned seed) {
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int> sample(-amplitude, amplitude);
+    Pcm pcm(count);
+    for (int16_t& x : pcm) x = static_cast<int16_t>(sample(random));
+    return pcm;
+}
+
+// Three tones that no filter on the way touches; known at any instant, so also between samples.
+double tones(double seconds) {
+    const double turn = 2 * M_PI * seconds;
+    return 6000 * std::sin(310 * turn) + 4000 * std::sin(1130 * turn + 1) + 2000 * std::sin(1790 * turn + 2);
+}
+
+Pcm tone_signal(int rate, double seconds) {
+    Pcm pcm(static_cast<size_t>(rate * seconds));
+    for (size_t i = 0; i < pcm.size(); ++i) {
+        pcm[i] = static_cast<int16_t>(std::lround(tones(static_cast<double>(i) / rate)));
+    }
+    return pcm;
+}
+
+// How far `pcm` from sample `first` on is from the tones starting at `start` seconds, in dB of their power.
+double error_db(const int16_t* pcm, size_t count, int rate, double start) {
+    double error = 0, power = 0;
+    for (size_t i = 0; i < count; ++i) {
+        const double want = tones(start + static_cast<double>(i) / rate);
+        error += (pcm[i] - want) * (pcm[i] - want);
+        power += want * want;
+    }
+    return 10 * std::log10(error / power);
+}
+
+TEST(Stream, LatencyIsExactAtEveryRate) {
+    for (const int rate : kRates) {
+        Stream stream(rate, plain());
+        const auto latency = static_cast<size_t>(stream.latency());
+        EXPECT_GE(stream.latency(), rate / 20 - 1) << rate;
+        EXPECT_LE(stream.latency(), rate * 59 / 1000) << rate;
+        const Pcm out = stream.run(tone_signal(rate, 1.5), {static_cast<int64_t>(rate / 100)});
+        for (size_t i = 0; i < latency; ++i) ASSERT_EQ(out[i], 0) << rate << " sample " << i;
+        // An error of a hundredth of a sample at 8 kHz is -39 dB, of half a sample at 192 kHz -32 dB.
+        const size_t settled = latency + static_cast<size_t>(rate / 20);
+        const double start = static_cast<double>(settled - latency) / rate;
+        const double error = error_db(out.data() + settled, out.size() - settled, rate, start);
+        EXPECT_LT(error, -45) << rate;
+        for (const int shift : {-1, 1}) {
+            EXPECT_GT(error_db(out.data() + settled, out.size() - settled, rate, start + 1.0 * shift / rate),
+                      error + 10)
+                << rate << " shifted by " << shift;
+        }
+    }
+}
+
+// The first frames overlap with silence ahead of the stream, not with nothing: no fading in.
+TEST(Stream, ReturnsItsInputFromTheFirstHopOn) {
+    Stream stream(16000, plain());
+    const Pcm out = stream.run(tone_signal(16000, 0.5), {160});
+    for (size_t i = static_cast<size_t>(stream.latency()); i + 160 <= out.size(); i += 160) {
+        const double start = static_cast<double>(i - 799) / 16000;
+        EXPECT_LT(error_db(out.data() + i, 160, 16000, start), -35) << i;
+    }
+}
+
+TEST(Stream, BlockSizesLeaveNoTrace) {
+    const std::vector<std::vector<int64_t>> sizes = {{1},   {7},     {160},
+                                                     {441}, {10000}, {1, 480, 3, 997, 159, 161}};
+    for (const int rate : kRates) {
+        const Pcm in = noise(static_cast<size_t>(rate) / 2, 20000, 2);
+        Pcm want;
+        for (const auto& size : sizes) {
+            Stream stream(rate);
+            const Pcm out = stream.run(in, size);
+            if (want.empty()) want = out;
+            ASSERT_EQ(out, want) << rate << ", blocks of " << size[0];
+        }
+        Pcm in_place = in;
+        Stream stream(rate);
+        vqns_stream::process(stream.stream.get(), in_place.data(), in_place.data(),
+                             static_cast<int64_t>(in_place.size()));
+        EXPECT_EQ(in_place, want) << rate << ", in place";
+    }
+}
+
+// Speech-like: bursts of a harmonic tone over a little noise, quiet enough that the gain has work to do.
+Pcm bursts(double seconds) {
+    Pcm pcm = noise(static_cast<size_t>(16000 * seconds), 20, 3);
+    for (size_t i = 0; i < pcm.size(); ++i) {
+        const double t = static_cast<double>(i) / 16000;
+        if (std::fmod(t, 0.8) > 0.5) continue;
+        double sum = 0;
+        for (int h = 1; h <= 20; ++h) sum += std::sin(2 * M_PI * 140 * h * t + h * h) / h;
+        pcm[i] = static_cast<int16_t>(pcm[i] + 500 * sum * (1 + std::sin(2 * M_PI * 4 * t)));
+    }
+    return pcm;
+}
+
+// The engine's own entry is the model of levelling; it is fed what the adapter feeds ahead of a stream.
+TEST(Stream, LevelsAsTheEngineDoes) {
+    const Pcm in = bursts(6);
+    Pcm fed(4 * VQ_NS_HOP);
+    fed.insert(fed.end(), in.begin(), in.end());
+    auto engine = std::make_unique<vq_ns_data>();
+    ASSERT_EQ(vq_ns_init(engine.get(), 16000, 16000), 0);
+    Pcm want(fed.size());
+    for (size_t i = 0; i + 160 <= fed.size(); i += 160) {
+        vq_ns_process_tenms(engine.get(), fed.data() + i, want.data() + i, 160);
+    }
+    rk_dsp_dgc_kwenh_deinit(&engine->gain_control);
+
+    Stream levelled(16000);
+    const Pcm out = levelled.run(in, {160});
+    const size_t ahead = 4 * VQ_NS_HOP + 800 - static_cast<size_t>(levelled.latency());
+    double raised = 0;
+    for (size_t i = 799; i + ahead < fed.size(); ++i) {
+        ASSERT_EQ(out[i], want[i + ahead]) << i;
+        raised = std::max(raised, std::abs(out[i]) / (std::abs(in[i - 799]) + 100.0));
+    }
+    EXPECT_GT(raised, 1.5) << "the gain has moved";
+
+    Stream plain_stream(16000, plain()), switched(16000);
+    vqns_stream::set_level(switched.stream.get(), false);
+    EXPECT_EQ(switched.run(in, {160}), plain_stream.run(in, {160}));
+}
+
+struct Seen {
+    int rate = 0;
+    int hops = 0, speech = 0;
+    double worst = -200, last_time = -1;
+};
+
+TEST(Stream, HopsTellTheirTime) {
+    for (const int rate : {16000, 44100, 12000}) {
+        Seen seen;
+        Options options = plain();
+        options.context = &seen;
+        options.observer = [](void* context, const Hop& hop) {
+            auto& s = *static_cast<Seen*>(context);
+            if (s.hops++ > 0) {
+                EXPECT_NEAR(hop.time - s.last_time, 0.01, 1e-9);
+            }
+            s.last_time = hop.time;
+            if (hop.time < 0.02) return;
+            for (const int16_t* pcm : {hop.before, hop.after}) {
+                s.worst = std::max(s.worst, error_db(pcm, VQ_NS_HOP, 16000, hop.time));
+            }
+        };
+        Stream stream(rate, options);
+        stream.run(tone_signal(rate, 1), {512});
+        EXPECT_NEAR(seen.hops, 100, 1) << rate;
+        EXPECT_LT(seen.worst, -45) << rate;
+    }
+}
+
+TEST(Stream, DetectorHearsSpeechAndPauses) {
+    int decisions[2][2] = {};  // [within a burst][speech]
+    Options options = plain();
+    options.context = decisions;
+    options.observer = [](void* context, const Hop& hop) {
+        const double phase = std::fmod(hop.time, 0.8);
+        if (hop.time < 0.8 || (phase > 0.45 && phase < 0.7) || phase > 0.75) return;  // onsets, hangover
+        ++static_cast<int(*)[2]>(context)[phase < 0.5][hop.speech];
+    };
+    Stream stream(16000, options);
+    stream.run(bursts(8), {160});
+    EXPECT_GT(decisions[1][1], 9 * decisions[1][0]);
+    EXPECT_GT(decisions[0][0], 9 * decisions[0][1]);
+}
+
+TEST(Stream, ProcessingNeverAllocates) {
+    for (const int rate : kRates) {
+        const Pcm in = noise(static_cast<size_t>(rate) / 4, 20000, 4);
+        Pcm out(in.size());
+        const long before_open = allocations;
+        Stream stream(rate);
+        const long before = allocations;
+        EXPECT_GT(before, before_open) << "the guard sees allocations";
+        for (const int64_t block : {int64_t{33}, static_cast<int64_t>(in.size()) - 33}) {
+            vqns_stream::process(stream.stream.get(), in.data(), out.data(), block);
+        }
+        vqns_stream::set_attenuation_limit(stream.stream.get(), 12);
+        vqns_stream::process(stream.stream.get(), in.data(), out.data(), static_cast<int64_t>(in.size()));
+        EXPECT_EQ(allocations, before) << rate;
+    }
+}
+
+TEST(Stream, RefusesWhatItCannotDo) {
+    struct {
+        int rate;
+        double limit;
+        int mode;
+    } const cases[] = {{7999, 10, 2},   {192001, 10, 2}, {-1, 10, 2},    {16000, -0.1, 2},
+                       {16000, NAN, 2}, {16000, 10, 4},  {16000, 10, -1}};
+    for (const auto& c : cases) {
+        Options options;
+        options.attenuation_limit = c.limit;
+        options.detector_mode = c.mode;
+        EXPECT_THROW(vqns_stream::open(c.rate, options), std::runtime_error) << c.rate << ' ' << c.mode;
+    }
+    vqns_stream::close(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,196 @@
+#include "vqns_stream.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "stream_timing.h"
+#include "vq_ns_pipeline.h"
+
+namespace vqns_stream {
+
+struct Stream {
+    struct Free {
+        void operator()(vq_ns_data* engine) const {
+            std::free(engine);
+        }
+    };
+    Stream() = default;
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+    ~Stream() {
+        rk_dsp_dgc_kwenh_deinit(&gain_control);
+        TarvikGmmVad_api_deinit(&detector);
+    }
+
+    Options options;
+    float dry_share = 0;
+    RateChange to_engine, from_engine;
+    Timing timing = {};
+    std::unique_ptr<vq_ns_data, Free> engine;
+    rk_voip_dsp_dgc_kwenh_data_t gain_control = {};
+    TarvikGmmVad_api_t detector = {};
+
+    std::vector<int16_t> incoming;  // 16 kHz, short of a hop and one conversion more
+    int incoming_count = 0;
+    int16_t dry[kEngineHops][kHopSize] = {};  // hops inside the engine, a ring
+    int64_t hops = 0;
+    std::vector<int16_t> outgoing;  // at the stream's rate
+    int outgoing_count = 0;
+    int64_t silence_left = 0;
+};
+
+namespace {
+
+enum { kTargetLevel = 31000, kMostGain = 8, kGainDetectorMode = 2 };
+
+vq_ns_data* new_engine() {
+    enum { kAlignment = 64 };
+    const size_t size = (vq_ns_data_size() + kAlignment - 1) / kAlignment * kAlignment;
+    auto* engine = static_cast<vq_ns_data*>(std::aligned_alloc(kAlignment, size));
+    if (engine == nullptr) throw std::bad_alloc();
+    vq_ns_reset(engine, kEngineRate, kEngineRate);
+    // Silence ahead of the stream fills the frame and the look-ahead, so that every hop from the first on
+    // comes out whole: a frame without its predecessors would fade in.
+    const int16_t silence[kHopSize] = {};
+    int16_t ignored[kHopSize];
+    for (int i = 0; i < kEngineHops; ++i) vq_ns_dnn_proc(engine, silence, ignored, kHopSize);
+    return engine;
+}
+
+void prepare_speech_stages(Stream& s) {
+    static std::mutex one_at_a_time;  // initialisation touches process-wide tables
+    const std::lock_guard<std::mutex> lock(one_at_a_time);
+    s.engine.reset(new_engine());
+    const int32_t levelling[4] = {kGainDetectorMode, kEngineRate, 0, 0};
+    if (rk_dsp_dgc_kwenh_init(&s.gain_control, kTargetLevel, kEngineRate, kMostGain, levelling) != 0) {
+        throw std::bad_alloc();
+    }
+    const int32_t detection[4] = {s.options.detector_mode, kEngineRate, 0, 0};
+    if (TarvikGmmVad_api_Init(&s.detector, detection) != 0) throw std::bad_alloc();
+}
+
+// Leaves a share of the input in, so that nothing is turned down below it.
+void mix(int16_t* wet, const int16_t* dry, float dry_share) {
+    for (int i = 0; i < kHopSize; ++i) {
+        const auto e = static_cast<float>(wet[i]);
+        wet[i] = static_cast<int16_t>(std::lrint(e + dry_share * (static_cast<float>(dry[i]) - e)));
+    }
+}
+
+// A gain of 18 dB at most keeps the product within 34 bits; it wraps to 32 as the engine's own entry does.
+void apply_gain(int16_t* samples, int32_t gain) {
+    for (int i = 0; i < kHopSize; ++i) {
+        const auto wrapped = static_cast<uint32_t>(samples[i]) * static_cast<uint32_t>(gain);
+        samples[i] = static_cast<int16_t>(std::clamp(static_cast<int32_t>(wrapped) >> 15, -32767, 32767));
+    }
+}
+
+void level_speech(rk_voip_dsp_dgc_kwenh_data_t& gain_control, int16_t* hop) {
+    apply_gain(hop, rk_dsp_dgc_kwenh_process(&gain_control, hop, kHopSize));
+}
+
+void process_hop(Stream& s, const int16_t* in, int16_t* out) {
+    const auto slot = static_cast<size_t>(s.hops % kEngineHops);
+    int16_t before[kHopSize];
+    std::copy_n(s.dry[slot], kHopSize, before);
+    std::copy_n(in, kHopSize, s.dry[slot]);
+
+    vq_ns_dnn_proc(s.engine.get(), in, out, kHopSize);
+    const bool speech = TarvikGmmVad_api_Process(&s.detector, out, kHopSize) == 1;
+    if (s.dry_share > 0) mix(out, before, s.dry_share);
+    if (s.options.level) level_speech(s.gain_control, out);
+
+    if (s.options.observer != nullptr) {
+        const int64_t first = (s.hops - kEngineHops) * kHopSize - s.timing.hop_offset;
+        const double time = static_cast<double>(first) / kEngineRate - s.to_engine.delay / s.to_engine.from;
+        s.options.observer(s.options.context, {time, speech, before, out});
+    }
+    ++s.hops;
+}
+
+void take_block(Stream& s, const int16_t* in, int count) {
+    s.incoming_count += change_rate(s.to_engine, in, count, s.incoming.data() + s.incoming_count);
+    int used = 0;
+    for (; s.incoming_count - used >= kHopSize; used += kHopSize) {
+        int16_t hop[kHopSize];
+        process_hop(s, s.incoming.data() + used, hop);
+        s.outgoing_count += change_rate(s.from_engine, hop, kHopSize, s.outgoing.data() + s.outgoing_count);
+    }
+    s.incoming_count -= used;
+    std::copy_n(s.incoming.data() + used, s.incoming_count, s.incoming.data());
+}
+
+void give_block(Stream& s, int16_t* out, int count) {
+    const auto silent = static_cast<int>(std::min<int64_t>(count, s.silence_left));
+    std::fill_n(out, silent, int16_t{0});
+    std::copy_n(s.outgoing.data() + silent, count - silent, out + silent);
+    s.silence_left -= silent;
+    s.outgoing_count -= count;
+    std::copy_n(s.outgoing.data() + count, s.outgoing_count, s.outgoing.data());
+}
+
+}  // namespace
+
+Stream* open(int rate, const Options& options) {
+    if (rate < kLowestRate || rate > kHighestRate) {
+        throw std::runtime_error("a rate of " + std::to_string(rate) + " Hz is outside " +
+                                 std::to_string(kLowestRate) + " to " + std::to_string(kHighestRate));
+    }
+    if (options.detector_mode < 0 || options.detector_mode > 3) {
+        throw std::runtime_error("a detector mode is 0, 1, 2 or 3");
+    }
+    auto s = std::make_unique<Stream>();
+    s->options = options;
+    set_attenuation_limit(s.get(), options.attenuation_limit);
+    s->to_engine = open_rate_change(rate, kEngineRate, RateChangeQuality::kVoice);
+    s->from_engine = open_rate_change(kEngineRate, rate, RateChangeQuality::kVoice);
+    s->timing = stream_timing(s->to_engine, s->from_engine);
+    prepare_speech_stages(*s);
+
+    s->incoming_count = s->timing.hop_offset;
+    s->incoming.assign(static_cast<size_t>(kHopSize + change_rate_room(s->to_engine)), 0);
+    s->outgoing_count = static_cast<int>(s->timing.queue_lead);
+    // Beside the lead, the queue holds the hops that a block completes, one that came early, and room for
+    // the converter to work in.
+    const int64_t hop_at_rate = change_rate_room(s->from_engine);
+    const int64_t hops_a_block = change_rate_room(s->to_engine) / kHopSize + 3;
+    s->outgoing.assign(static_cast<size_t>(s->timing.queue_lead + hops_a_block * hop_at_rate), 0);
+    s->silence_left = s->timing.latency;
+    return s.release();
+}
+
+void close(Stream* stream) {
+    delete stream;
+}
+
+int64_t latency(const Stream* stream) {
+    return stream->timing.latency;
+}
+
+void process(Stream* stream, const int16_t* in, int16_t* out, int64_t count) {
+    while (count > 0) {
+        const auto block = static_cast<int>(std::min<int64_t>(count, kRateChangeBlock));
+        take_block(*stream, in, block);
+        give_block(*stream, out, block);
+        in += block;
+        out += block;
+        count -= block;
+    }
+}
+
+void set_attenuation_limit(Stream* stream, double limit) {
+    if (!(limit >= 0)) throw std::runtime_error("an attenuation limit is 0 dB or more");
+    stream->dry_share = static_cast<float>(std::pow(10.0, -limit / 20));
+}
+
+void set_level(Stream* stream, bool level) {
+    stream->options.level = level;
+}
+
+}  // namespace vqns_stream
