@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <random>
+#include <span>
 
 #include "gmm_vad.h"
 #include "signal_processing_library.h"
@@ -42,7 +43,7 @@ struct Model {
     // To high, low.
     std::pair<list, list> split(const list& x, size_t n) {
         list y[2];
-        for (size_t phase : {0, 1}) {
+        for (size_t phase : {0u, 1u}) {
             const i64 c = phase == 0 ? 20972 : 5571;
             i64 carry = i64{s.filter_state[5 * phase + n]} * 65536;
             for (size_t i = phase; i < x.size(); i += 2) {
@@ -79,7 +80,7 @@ struct Model {
         const auto upper = split(high, 1);
         f[5] = log_energy(upper.first, 176, total);
         f[4] = log_energy(upper.second, 176, total);
-        for (size_t ch : {3, 2, 1}) {
+        for (size_t ch : {3u, 2u, 1u}) {
             std::tie(high, low) = split(low, 5 - ch);
             f[ch] = log_energy(high, offset[ch], total);
         }
@@ -263,14 +264,13 @@ samples speech_like(int rate, double seconds, double level, double noise_level) 
     return x;
 }
 
-// A second each of noise, extremes, faint noise, rising noise, slow extremes, the lowest sample, clicks, a
-// tone.
+// Half seconds of noise, extremes, faint noise, rising noise, slow extremes, the lowest sample, clicks, sine.
 samples hostile(int rate) {
     samples x;
-    for (int i = 0; i < 8 * rate; i++) {
-        const int r = w16(static_cast<i64>(rng())), kind = i / rate;
+    for (int i = 0; i < 4 * rate; i++) {
+        const int r = w16(static_cast<i64>(rng())), kind = 2 * i / rate;
         const int square = i / (1 + kind * 8) % 2 == 0 ? 32767 : -32768, click = r % 200 == 0 ? r : 0;
-        const int tone = static_cast<int>(30000 * std::sin(i * 0.2)), rising = r >> (15 - i * 16 / rate % 16);
+        const int tone = static_cast<int>(30000 * std::sin(i * 0.2)), rising = r >> (15 - i * 32 / rate % 16);
         const int kinds[] = {r, square, r % 3, rising, square, -32768, click, tone};
         x.push_back(w16(kinds[kind]));
     }
@@ -297,8 +297,8 @@ TEST(VadCore, AgreesWithModelAtEveryRateLengthAndMode) {
     for (int i = 0; i < 48; i++) {
         const int rate = rates[i % 4], mode = i / 4 % 4;
         const size_t length = static_cast<size_t>(rate / 100 * (1 + i / 16));
-        samples x = speech_like(rate, 4, 24000, 40);
-        const samples extremes = hostile(rate), loud = speech_like(rate, 3, 60000, 3000);
+        samples x = speech_like(rate, 3, 24000, 40);
+        const samples extremes = hostile(rate), loud = speech_like(rate, 2, 60000, 3000);
         x.insert(x.end(), extremes.begin(), extremes.end());
         x.insert(x.end(), loud.begin(), loud.end());
         VadInstT vad = detector(mode);
@@ -368,8 +368,8 @@ TEST(VadCore, FindsSyllablesInNoise) {
             const int speech = TarvikGmmVad_Process(&vad, rate, &x[i * length], length);
             if (i > 200) (i % 60 < 30 ? found : spurious) += speech && (i % 60 < 30 || i % 60 > 42);
         }
-        EXPECT_GT(found, 450) << rate;    // of 500
-        EXPECT_LT(spurious, 15) << rate;  // of 283
+        EXPECT_GT(found, 470) << rate;   // of 499
+        EXPECT_LT(spurious, 5) << rate;  // of 283
     }
 }
 
@@ -381,12 +381,29 @@ TEST(VadFeatures, TonesShowInTheirBandsAndSilenceInNone) {
         samples x(240);
         for (double phase = 0; int16_t & v : x)
             v = w16(std::lrint(8000 * std::sin(phase += tones[band] * M_PI / 4000)));
-        EXPECT_EQ(TarvikGmmVad_CalculateFeatures(&vad, x.data(), 240, f), 11);
+        const int total = TarvikGmmVad_CalculateFeatures(&vad, x.data(), 240, f);
+        EXPECT_TRUE(band == 5 ? total == 11 : total > 10);  // 11 as soon as the first band is loud
         EXPECT_EQ(std::max_element(f, f + 6) - f, band);
     }
     VadInstT vad = detector(0);
     EXPECT_EQ(TarvikGmmVad_CalculateFeatures(&vad, samples(80).data(), 80, f), 0);
     EXPECT_EQ(list(f, f + 6), (list{368, 368, 272, 176, 176, 176}));
+}
+
+TEST(VadTables, HoldTheirValues) {
+    uint32_t hash = 0;
+    const auto add = [&](const auto&... tables) {
+        for (auto table : {std::span<const int16_t>(tables)...}) {
+            for (int16_t v : table) hash = hash * 31 + static_cast<uint32_t>(v);
+        }
+    };
+    add(kNoiseDataMeans, kNoiseDataStds, kNoiseDataWeights, kSpeechDataMeans, kSpeechDataStds,
+        kSpeechDataWeights, kMaximumNoise, kMaximumSpeech, kMinimumDifference, kMinimumMean, kSpectrumWeight,
+        kOverHangMax1Q, kOverHangMax2Q, kLocalThresholdQ, kGlobalThresholdQ, kOverHangMax1LBR,
+        kOverHangMax2LBR, kLocalThresholdLBR, kGlobalThresholdLBR, kOverHangMax1AGG, kOverHangMax2AGG,
+        kLocalThresholdAGG, kGlobalThresholdAGG, kOverHangMax1VAG, kOverHangMax2VAG, kLocalThresholdVAG,
+        kGlobalThresholdVAG);
+    EXPECT_EQ(hash, 4074212750u);
 }
 
 TEST(VadDeathTest, BrokenPreconditionsStopTheProgram) {
@@ -398,7 +415,7 @@ TEST(VadDeathTest, BrokenPreconditionsStopTheProgram) {
         "\\.\\./\\.\\./gmm_vad/source/csrc/vad_filterbank:[0-9]+: int16_t TarvikGmmVad_CalculateFeatures"
         "\\(VadInstT\\*, const int16_t\\*, size_t, int16_t\\*\\): Assertion `\\(data_length\\) <= "
         "\\(240\\)'");
-    for (size_t length : {0, 3, 7, 15}) {
+    for (size_t length : {0u, 3u, 7u, 15u}) {
         EXPECT_DEATH(
             TarvikGmmVad_CalculateFeatures(&vad, x.data(), length, f),
             "vad_filterbank:[0-9]+: void LogOfEnergy\\(.*\\): Assertion `\\(data_length\\) > \\(0\\)'");

@@ -101,12 +101,12 @@ int16_t TarvikGmmVad_CalculateFeatures(VadInstT* instance, const int16_t* frame,
     int16_t* const upper = instance->filter_state;
     int16_t* const lower = upper + 5;
     int16_t total = 0;
-    int16_t above_2000[120];  // 2-4 kHz at 4 kHz
-    int16_t below_2000[120];
-    int16_t high[60];
-    int16_t low[60];
-    int16_t high_again[30];
-    int16_t low_again[30];
+    int16_t above_2000[120] = {};  // 2-4 kHz at 4 kHz
+    int16_t below_2000[120] = {};
+    int16_t high[60] = {};
+    int16_t low[60] = {};
+    int16_t high_again[30] = {};
+    int16_t low_again[30] = {};
 
     SplitFilter(frame, length, upper, lower, above_2000, below_2000);
 
