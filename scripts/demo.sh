@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 scripts/packages.sh g++ cmake ninja-build nlohmann-json3-dev libcli11-dev libsndfile1-dev libsamplerate0-dev libpng-dev
 cmake --preset release -DVQNS_BUILD_TESTS=OFF -B build/demo >/dev/null
 cmake --build build/demo
-in=${1:-samples/SAMPLE}
+in=${1:-samples/hum.flac}
 out=${2:-build/demo/$(basename "${in%.*}")-clean.wav}
 picture=${out%.*}.png
 build/demo/tools/vqns/vqns denoise "$in" "$out" --spectrogram "$picture"

@@ -72,9 +72,10 @@ struct Model {
         const Wide distance = (inv_sqrt(loudest >> 1) * target * target >> 32) - track;
         track += distance >> (distance <= 0 ? 3 : distance <= 49999 ? 9 : 4);
         smooth += (track - smooth) >> 7;
-        const auto [low, high] = std::minmax_element(x.begin(), x.end());
+        const auto ends = std::minmax_element(x.begin(), x.end());
         const auto gained = [&] {
-            return peak = std::max(std::abs(smooth * *low >> 15), std::abs(smooth * *high >> 15));
+            return peak =
+                       std::max(std::abs(smooth * *ends.first >> 15), std::abs(smooth * *ends.second >> 15));
         };
         for (limited = false; gained() > peak_limit; limited = true) smooth = smooth * 31000 >> 15;
         smooth = smooth > most ? most : std::max(smooth, Wide{144});
@@ -94,7 +95,8 @@ Samples babble(int rate, double seconds, double amplitude) {
     std::normal_distribution<double> noise(0, 3);
     Samples pcm;
     double phase = 0;
-    for (double t = 0; t < seconds; t += 1.0 / rate) {
+    for (int i = 0; i < seconds * rate; ++i) {
+        const double t = static_cast<double>(i) / rate;
         phase += 2 * pi * (140 + 30 * std::sin(3 * t)) / rate;
         double voice = noise(random);
         const double syllable =
@@ -204,7 +206,7 @@ TEST(GainControl, EstimatorFollowsTheModel) {
             } else if (random() % 8 == 0) {
                 ahead.peak_limit = INT32_MAX;
                 ahead.estimate(frame);
-                model.peak_limit = std::min(ahead.peak, Wide{32767}) - random() % 2;
+                model.peak_limit = std::clamp(ahead.peak - Wide{i % 2}, Wide{1}, Wide{32767});
             }
             record.peak_limit = static_cast<int16_t>(model.peak_limit);
             const Wide expected = model.estimate(frame);

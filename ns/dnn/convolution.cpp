@@ -8,13 +8,10 @@ namespace {
 void convolve(const float* in, const float* w, const float* bias, float* out, int32_t ch_in, int32_t ch_out,
               int32_t bins_in, int32_t bins_out, int32_t times, int32_t taps) {
     const int32_t run = taps * ch_in;
-    for (int32_t o = 0; o < ch_out; o += 8, w += times * run * 8) {
-        for (int32_t f = 0; f < bins_out; ++f) {
-            Block sum = load(bias + o);
-            for (int32_t t = 0; t < times; ++t) {
-                add_product(sum, in + t * bins_in * ch_in + 2 * f * ch_in, w + t * run * 8, run);
-            }
-            store(out + f * ch_out + o, sum);
+    for (int32_t o = 0; o < ch_out; o += 8) {
+        fill_rows(out + o, ch_out, bins_out, bias + o);
+        for (int32_t t = 0; t < times; ++t, w += run * 8) {
+            add_product(out + o, ch_out, in + t * bins_in * ch_in, 2 * ch_in, bins_out, w, run);
         }
     }
 }

@@ -13,13 +13,14 @@ void step_block(const float* x, const float* h, const float* h_block, const floa
                 const float* b, float* out, int32_t units) {
     Block z = load(b), r = load(b + 16), n = load(b + 32);
     Block recurrent_z = load(b + 8), recurrent_r = load(b + 24), recurrent_n = load(b + 40);
-    const int32_t stride = kGates * 8;
-    add_product(z, x, wi, units, stride);
-    add_product(r, x, wi + 8, units, stride);
-    add_product(n, x, wi + 16, units, stride);
-    add_product(recurrent_z, h, wh, units, stride);
-    add_product(recurrent_r, h, wh + 8, units, stride);
-    add_product(recurrent_n, h, wh + 16, units, stride);
+    for (int32_t i = 0; i < units; ++i, wi += kGates * 8, wh += kGates * 8) {
+        add_scaled(z, x[i], wi);
+        add_scaled(r, x[i], wi + 8);
+        add_scaled(n, x[i], wi + 16);
+        add_scaled(recurrent_z, h[i], wh);
+        add_scaled(recurrent_r, h[i], wh + 8);
+        add_scaled(recurrent_n, h[i], wh + 16);
+    }
     for (int u = 0; u < 8; ++u) {
         const float update = vq_ns_sigmoid_approx(z.lane[u] + recurrent_z.lane[u]);
         const float reset = vq_ns_sigmoid_approx(r.lane[u] + recurrent_r.lane[u]);
@@ -43,11 +44,8 @@ void vq_ns_l4(const float* x, float* out, float* h, const float* wi, const float
 }
 
 void vq_ns_l5(const float* in, const float* w, const float* b, float* out, int16_t rows, int16_t units) {
-    for (int32_t t = 0; t < rows; ++t, in += units, out += units) {
-        for (int32_t j = 0; j < units; j += 8) {
-            Block sum = load(b + j);
-            add_product(sum, in, w + j * units, units);
-            store(out + j, sum);
-        }
+    for (int32_t j = 0; j < units; j += 8, w += units * 8) {
+        fill_rows(out + j, units, rows, b + j);
+        add_product(out + j, units, in, units, rows, w, units);
     }
 }

@@ -15,13 +15,7 @@ void convolve_transposed(const float* in, const float* w, const float* bias, flo
         float* frame = out + t * bins_out * ch_out;
         for (int32_t k = 0; k < taps; ++k) {
             for (int32_t o = 0; o < ch_out; o += 8, w += ch_in * 8) {
-                for (int32_t f = 0; f < bins_in; ++f) {
-                    float* at = frame + (2 * f + k) * ch_out + o;
-                    Block sum = {};
-                    add_product(sum, in + f * ch_in, w, ch_in);
-                    add(sum, load(at));
-                    store(at, sum);
-                }
+                add_product(frame + k * ch_out + o, 2 * ch_out, in, ch_in, bins_in, w, ch_in);
             }
         }
     }

@@ -16,8 +16,8 @@ namespace vqns_stream {
 
 struct Stream {
     struct Free {
-        void operator()(vq_ns_data* engine) const {
-            std::free(engine);
+        void operator()(vq_ns_data* memory) const {
+            std::free(memory);
         }
     };
     Stream() = default;

@@ -12,6 +12,10 @@ inline __m256 multiply_add(__m256 a, __m256 b, __m256 c) {
     return _mm256_fmadd_ps(a, b, c);
 }
 
+inline __m256d multiply_add(__m256d a, __m256d b, __m256d c) {
+    return _mm256_fmadd_pd(a, b, c);
+}
+
 /* c - a b */
 inline __m256 subtract_product(__m256 a, __m256 b, __m256 c) {
     return _mm256_fnmadd_ps(a, b, c);

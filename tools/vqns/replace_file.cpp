@@ -1,0 +1,129 @@
+#include "replace_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "failure.h"
+
+namespace vqns_tool {
+namespace {
+
+enum { kMostTemporaries = 4 };
+
+// What a signal handler may read: fixed places, each in use or not.
+char temporaries[kMostTemporaries][PATH_MAX];
+volatile std::sig_atomic_t in_use[kMostTemporaries];
+
+void remove_and_die(int signal) {
+    for (int i = 0; i < kMostTemporaries; ++i) {
+        if (in_use[i] != 0) unlink(temporaries[i]);
+    }
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+}
+
+void watch_signals() {
+    static bool watching = false;
+    if (watching) return;
+    watching = true;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction action = {};
+        sigaction(signal, nullptr, &action);
+        if (action.sa_handler == SIG_IGN) continue;  // as under nohup
+        action.sa_handler = remove_and_die;
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+void remember(const std::string& path) {
+    watch_signals();
+    for (int i = 0; i < kMostTemporaries; ++i) {
+        if (in_use[i] != 0 || path.size() >= PATH_MAX) continue;
+        std::memcpy(temporaries[i], path.c_str(), path.size() + 1);
+        in_use[i] = 1;
+        return;
+    }
+}
+
+void forget(const std::string& path) {
+    for (int i = 0; i < kMostTemporaries; ++i) {
+        if (in_use[i] != 0 && path == temporaries[i]) in_use[i] = 0;
+    }
+}
+
+std::string resolved(const std::string& name) {
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::weakly_canonical(name, error);
+    return error ? name : path.string();
+}
+
+mode_t permissions_for(const std::string& place) {
+    struct stat there = {};
+    if (stat(place.c_str(), &there) == 0) return there.st_mode & 07777;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+}  // namespace
+
+ReplacedFile::~ReplacedFile() {
+    if (descriptor >= 0) close(descriptor);
+    if (temporary.empty()) return;
+    unlink(temporary.c_str());
+    forget(temporary);
+}
+
+void open_replaced(ReplacedFile& file, const std::string& name) {
+    file.name = name;
+    file.place = resolved(name);
+    struct stat there = {};
+    const bool exists = stat(file.place.c_str(), &there) == 0;
+    if (exists && S_ISDIR(there.st_mode)) fail(name, "is a directory");
+    if (exists && access(file.place.c_str(), W_OK) != 0) fail(name, system_reason(errno));
+    if (exists && !S_ISREG(there.st_mode)) {
+        file.descriptor = open(file.place.c_str(), S_ISFIFO(there.st_mode) ? O_WRONLY : O_RDWR);
+        if (file.descriptor < 0) fail(name, system_reason(errno));
+        return;
+    }
+    const std::filesystem::path place(file.place);
+    std::string pattern = (place.parent_path() / ".").string();
+    pattern.append(place.filename().string()).append(".XXXXXX");
+    file.descriptor = mkstemp(pattern.data());
+    if (file.descriptor < 0) fail(name, system_reason(errno));
+    file.temporary = pattern;
+    remember(pattern);
+    fchmod(file.descriptor, permissions_for(file.place));
+}
+
+int release_descriptor(ReplacedFile& file) {
+    const int descriptor = file.descriptor;
+    file.descriptor = -1;
+    return descriptor;
+}
+
+void commit(ReplacedFile& file) {
+    if (file.temporary.empty()) return;
+    if (rename(file.temporary.c_str(), file.place.c_str()) != 0) fail(file.name, system_reason(errno));
+    forget(file.temporary);
+    file.temporary.clear();
+}
+
+bool same_file(const std::string& a, const std::string& b) {
+    struct stat of_a = {}, of_b = {};
+    if (stat(a.c_str(), &of_a) == 0 && stat(b.c_str(), &of_b) == 0) {
+        const bool regular = S_ISREG(of_a.st_mode);
+        return regular && of_a.st_dev == of_b.st_dev && of_a.st_ino == of_b.st_ino;
+    }
+    return resolved(a) == resolved(b);
+}
+
+}  // namespace vqns_tool
