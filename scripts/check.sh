@@ -3,7 +3,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 scripts/packages.sh g++ cmake ninja-build binutils nlohmann-json3-dev libcli11-dev libsndfile1-dev libsamplerate0-dev \
-    libpng-dev libgtest-dev pkg-config
+    libpng-dev libgtest-dev pkg-config qemu-user
 preset=${1:-release}
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"

@@ -6,6 +6,7 @@
 #include <random>
 #include <vector>
 
+#include "levels.h"
 #include "vq_ns_fft.h"
 
 namespace {
@@ -75,7 +76,7 @@ TEST(FftEngine, TablesOf512) {
 }
 
 TEST(FftEngine, EverySizeIsTheDft) {
-    for (int32_t isa = 0; isa <= 2; ++isa) {
+    for (const int32_t isa : levels()) {
         for (int32_t length = 4; length <= 512; length *= 2) {
             vq_ns_fft_data fft;
             ASSERT_EQ(vq_ns_fft_init(&fft, length, isa), 0);
@@ -116,12 +117,13 @@ TEST(FftEngine, ImpulseAndConstantAreExact) {
 }
 
 TEST(FftKernels, LevelsAgreeBitForBit) {
-    vq_ns_fft_data plain, vector[2];
+    vq_ns_fft_data plain, v;
     ASSERT_EQ(vq_ns_fft_init(&plain, 512, 0), 0);
-    for (int level : {1, 2}) {
-        vq_ns_fft_data& v = vector[level - 1];
+    for (const int32_t level : levels()) {
         ASSERT_EQ(vq_ns_fft_init(&v, 512, level), 0);
-        EXPECT_EQ(v.proc1, level == 1 ? vq_ns_fft_proc1_avx : vq_ns_fft_proc1_avx2);
+        EXPECT_EQ(v.proc1, level == 0   ? vq_ns_fft_proc1
+                           : level == 1 ? vq_ns_fft_proc1_avx
+                                        : vq_ns_fft_proc1_avx2);
         for (const float scale : {1.0f, 1e30f, 1e-38f}) {
             std::vector<float> want[4], got[4];
             for (uint32_t plane = 0; plane < 4; ++plane)
@@ -195,7 +197,7 @@ TEST(Spectrum, ForwardIsTheRealDft) {
 
 TEST(Spectrum, ConstantAndCosineFrames) {
     vq_ns_fft_data fft;
-    ASSERT_EQ(vq_ns_fft_init(&fft, 512, 2), 0);
+    ASSERT_EQ(vq_ns_fft_init(&fft, 512, levels().back()), 0);
     Spectrum s;
     std::vector<float> frame(512, 0.25f);
     vq_ns_fft_process(&fft, frame.data(), true, s.re, s.im);
@@ -209,7 +211,7 @@ TEST(Spectrum, ConstantAndCosineFrames) {
 }
 
 TEST(Spectrum, InverseReturnsTheFrameButForTheEvenOddTerm) {
-    for (int level : {0, 1, 2}) {
+    for (const int32_t level : levels()) {
         vq_ns_fft_data fft;
         ASSERT_EQ(vq_ns_fft_init(&fft, 512, level), 0);
         const std::vector<float> time = random_floats(512, 9);

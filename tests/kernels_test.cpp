@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "kernel_table.h"
+#include "levels.h"
 #include "vq_ns_kernels_simd.h"
 #include "vq_ns_pipeline.h"
 
@@ -38,19 +39,22 @@ constexpr double kRounding = 0x1p-24; /* of one operation in single precision, r
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-std::mt19937& random_bits() {
-    static std::mt19937 bits(20);
-    return bits;
-}
+std::mt19937 random_bits(20);
 
 int from(int least, int most) {
-    return std::uniform_int_distribution<int>(least, most)(random_bits());
+    return std::uniform_int_distribution<int>(least, most)(random_bits);
 }
 
-std::vector<int32_t> levels() {
-    std::vector<int32_t> all = {VQ_NS_LEVEL_GENERIC, VQ_NS_LEVEL_AVX};
-    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) all.push_back(VQ_NS_LEVEL_AVX2);
-    return all;
+double at(const Floats& x, int i) {
+    return static_cast<double>(x[static_cast<size_t>(i)]);
+}
+
+size_t count_of(int a, int b = 1, int c = 1, int d = 1) {
+    return static_cast<size_t>(a * b * c * d);
+}
+
+int16_t short_of(int x) {
+    return static_cast<int16_t>(x);
 }
 
 vq_ns_kernel_table table_of(int32_t level) {
@@ -64,8 +68,10 @@ vq_ns_kernel_table table_of(int32_t level) {
 template <typename T>
 class Fenced {
   public:
-    explicit Fenced(const std::vector<T>& values, size_t start = static_cast<size_t>(from(0, 7)))
-        : memory_(2 * kFence + values.size() + 8), start_(kFence + start), size_(values.size()) {
+    explicit Fenced(const std::vector<T>& values)
+        : memory_(2 * kFence + values.size() + 8),
+          start_(kFence + count_of(from(0, 7))),
+          size_(values.size()) {
         std::memset(memory_.data(), 0xff, memory_.size() * sizeof(T));
         std::copy(values.begin(), values.end(), data());
         ASAN_POISON_MEMORY_REGION(memory_.data(), start_ * sizeof(T));
@@ -73,12 +79,10 @@ class Fenced {
     }
     ~Fenced() {
         ASAN_UNPOISON_MEMORY_REGION(memory_.data(), memory_.size() * sizeof(T));
-        for (size_t i = 0; i < memory_.size(); ++i) {
-            if (i == start_) i += size_;
-            uint8_t bytes[sizeof(T)];
-            std::memcpy(bytes, &memory_[i], sizeof(T));
-            for (const uint8_t byte : bytes) EXPECT_EQ(byte, 0xff) << "fence " << i << ", array of " << size_;
-        }
+        std::memset(data(), 0xff, size_ * sizeof(T));
+        const std::vector<uint8_t> fences(memory_.size() * sizeof(T), 0xff);
+        EXPECT_EQ(std::memcmp(memory_.data(), fences.data(), fences.size()), 0)
+            << "a fence of an array of " << size_;
     }
     Fenced(const Fenced&) = delete;
     Fenced& operator=(const Fenced&) = delete;
@@ -103,7 +107,7 @@ Floats feed(size_t n, Feed kind, float scale = 1.0f) {
     std::normal_distribution<float> normal(0, scale);
     Floats x(n);
     for (float& v : x) {
-        v = normal(random_bits());
+        v = normal(random_bits);
         if (kind == Feed::kZeros) v = std::copysign(0.0f, v);
         if (kind == Feed::kDenormals) v *= 1e-40f;
         if (kind == Feed::kLarge) v *= 1e15f;
@@ -213,8 +217,7 @@ TEST(ElementKernels, AreExactOnWholeBlocksAndTouchNothingElse) {
 }
 
 TEST(ElementKernels, AlignedClearsClearWholeBlocks) {
-    const bool has_avx2 = levels().back() == VQ_NS_LEVEL_AVX2;
-    for (const auto clear : {vq_ns_mclear_avx, has_avx2 ? vq_ns_mclear_avx2 : vq_ns_mclear_avx}) {
+    for (const auto clear : {vq_ns_mclear_avx, levels().size() > 2 ? vq_ns_mclear_avx2 : vq_ns_mclear_avx}) {
         alignas(32) float x[272];
         std::fill(std::begin(x), std::end(x), 1.0f);
         clear(x, 257);
@@ -300,115 +303,82 @@ TEST(Activations, ApproximationsSaturateExactlyAndStayClose) {
 
 /* ---- Convolutions and the dense layer ---- */
 
-struct Shape {
-    int times, taps, ch_in, ch_out, bins_in, bins_out;
-};
+using T = vq_ns_kernel_table;
 
 struct Convolution {
     const char* name;
-    vq_ns_convolution_fn* vq_ns_kernel_table::*slot;
-    Shape shape; /* of the network; random ones keep times and taps */
-};
+    vq_ns_convolution_fn* T::*slot;
+    bool transposed;
+    int times, taps, ch_in, ch_out, bins_in, bins_out;
 
-size_t product(int a, int b, int c = 1, int d = 1) {
-    return static_cast<size_t>(a) * static_cast<size_t>(b) * static_cast<size_t>(c) * static_cast<size_t>(d);
-}
+    [[nodiscard]] double weight(const Floats& w, int t, int k, int c, int o) const {
+        if (ch_out == 2) return at(w, ((t * taps + k) * 2 + o) * ch_in + c);
+        const int before = transposed ? ((t * taps + k) * ch_out / 8 + o / 8) * ch_in + c
+                                      : ((o / 8 * times + t) * taps + k) * ch_in + c;
+        return at(w, before * 8 + o % 8);
+    }
 
-/* Runs `check` on the network's shape with everyday values, then on random shapes with every feed. */
-void over_shapes(const Shape& network, bool transposed,
-                 const std::function<void(const Shape&, Feed)>& check) {
-    check(network, Feed::kNormal);
-    for (const Feed kind : kFeeds) {
-        for (int i = 0; i < 12; ++i) {
-            Shape s = network;
-            s.ch_in = from(1, 70);
-            if (s.ch_out != 2) s.ch_out = 8 * from(1, 9);
-            const int few = i < 4 ? i + 1 : from(1, 45);
-            s.bins_in = transposed ? few : 2 * (few - 1) + s.taps;
-            s.bins_out = transposed ? 2 * (few - 1) + s.taps : few;
-            check(s, kind);
+    /* Calls each(output element, input element, t, k, c, o) for every product of the layer. */
+    template <typename Each>
+    void products(const Each& each) const {
+        const int bins = transposed ? bins_in : bins_out; /* the coarser side */
+        for (int t = 0; t < times; ++t) {
+            for (int f = 0; f < bins; ++f) {
+                for (int k = 0; k < taps; ++k) {
+                    for (int c = 0; c < ch_in; ++c) {
+                        for (int o = 0; o < ch_out; ++o) {
+                            const int fine = 2 * f + k;
+                            each(transposed ? (t * bins_out + fine) * ch_out + o : f * ch_out + o,
+                                 transposed ? f * ch_in + c : (t * bins_in + fine) * ch_in + c, t, k, c, o);
+                        }
+                    }
+                }
+            }
         }
     }
-}
+
+    void check(Feed kind) const {
+        const Floats in = feed(count_of(transposed ? 1 : times, bins_in, ch_in), kind);
+        const Floats w = normal(count_of(times, taps, ch_in, ch_out), 0.2f), bias = normal(count_of(ch_out));
+        /* Transposed ones add to what is there; the others write. */
+        const size_t size = count_of(transposed ? times : 1, bins_out, ch_out);
+        const Floats before = transposed ? feed(size, kind) : Floats(size, kNan);
+        std::vector<Sum> want(size);
+        for (size_t i = 0; i < size; ++i) {
+            if (transposed) want[i].add(static_cast<double>(before[i]));
+            if (i < count_of(bins_out, ch_out)) want[i].add(static_cast<double>(bias[i % bias.size()]));
+        }
+        products([&](int out, int x, int t, int k, int c, int o) {
+            want[count_of(out)].add(weight(w, t, k, c, o) * at(in, x));
+        });
+        for (const int32_t level : levels()) {
+            Fenced<float> fenced_in(in), fenced_w(w), fenced_bias(bias), out(before);
+            (table_of(level).*slot)(fenced_in.data(), fenced_w.data(), fenced_bias.data(), out.data(),
+                                    short_of(ch_in), short_of(ch_out), short_of(bins_in), short_of(bins_out));
+            expect_close(out.values(), want, name + std::string(", level ") + std::to_string(level));
+        }
+    }
+};
 
 TEST(LayerKernels, ConvolutionsAreTheirSums) {
-    using T = vq_ns_kernel_table;
-    for (const Convolution& c : {Convolution{"l1", &T::l1, {2, 5, 2, 32, 257, 127}},
-                                 {"l2", &T::l2, {2, 3, 32, 48, 127, 63}},
-                                 {"l3", &T::l3, {1, 3, 48, 64, 63, 31}}}) {
-        over_shapes(c.shape, false, [&](const Shape& s, Feed kind) {
-            const Floats in = feed(product(s.times, s.bins_in, s.ch_in), kind);
-            const Floats w = normal(product(s.times * s.taps, s.ch_in, s.ch_out), 0.2f);
-            const Floats bias = normal(static_cast<size_t>(s.ch_out));
-            std::vector<Sum> want;
-            for (int f = 0; f < s.bins_out; ++f) {
-                for (int o = 0; o < s.ch_out; ++o) {
-                    Sum sum;
-                    sum.add(bias[static_cast<size_t>(o)]);
-                    for (int t = 0; t < s.times; ++t) {
-                        for (int k = 0; k < s.taps; ++k) {
-                            for (int i = 0; i < s.ch_in; ++i) {
-                                const int at = ((o / 8 * s.times + t) * s.taps + k) * s.ch_in + i;
-                                const int x = (t * s.bins_in + 2 * f + k) * s.ch_in + i;
-                                sum.add(static_cast<double>(w[static_cast<size_t>(at * 8 + o % 8)]) *
-                                        static_cast<double>(in[static_cast<size_t>(x)]));
-                            }
-                        }
-                    }
-                    want.push_back(sum);
-                }
+    for (const Convolution& network : {Convolution{"l1", &T::l1, false, 2, 5, 2, 32, 257, 127},
+                                       {"l2", &T::l2, false, 2, 3, 32, 48, 127, 63},
+                                       {"l3", &T::l3, false, 1, 3, 48, 64, 63, 31},
+                                       {"l6", &T::l6, true, 1, 3, 64, 48, 31, 63},
+                                       {"l7", &T::l7, true, 2, 3, 48, 32, 63, 127},
+                                       {"l8", &T::l8, true, 2, 5, 32, 2, 127, 257}}) {
+        network.check(Feed::kNormal);
+        for (const Feed kind : kFeeds) {
+            for (int i = 1; i <= 12; ++i) {
+                Convolution c = network;
+                c.ch_in = from(1, 70);
+                if (c.ch_out != 2) c.ch_out = 8 * from(1, 9);
+                const int coarse = i < 5 ? i : from(1, 45), fine = 2 * (coarse - 1) + c.taps;
+                c.bins_in = c.transposed ? coarse : fine;
+                c.bins_out = c.transposed ? fine : coarse;
+                c.check(kind);
             }
-            for (const int32_t level : levels()) {
-                Fenced<float> fenced_in(in), fenced_w(w), fenced_bias(bias), out(Floats(want.size(), kNan));
-                (table_of(level).*c.slot)(fenced_in.data(), fenced_w.data(), fenced_bias.data(), out.data(),
-                                          static_cast<int16_t>(s.ch_in), static_cast<int16_t>(s.ch_out),
-                                          static_cast<int16_t>(s.bins_in), static_cast<int16_t>(s.bins_out));
-                expect_close(out.values(), want, c.name + std::string(", level ") + std::to_string(level));
-            }
-        });
-    }
-}
-
-TEST(LayerKernels, TransposedConvolutionsAddTheirSums) {
-    using T = vq_ns_kernel_table;
-    for (const Convolution& c : {Convolution{"l6", &T::l6, {1, 3, 64, 48, 31, 63}},
-                                 {"l7", &T::l7, {2, 3, 48, 32, 63, 127}},
-                                 {"l8", &T::l8, {2, 5, 32, 2, 127, 257}}}) {
-        over_shapes(c.shape, true, [&](const Shape& s, Feed kind) {
-            const Floats in = feed(product(s.bins_in, s.ch_in), kind);
-            const Floats w = normal(product(s.times * s.taps, s.ch_in, s.ch_out), 0.2f);
-            const Floats bias = normal(static_cast<size_t>(s.ch_out));
-            const Floats before = feed(product(s.times, s.bins_out, s.ch_out), kind);
-            std::vector<Sum> want(before.size());
-            for (size_t i = 0; i < want.size(); ++i) {
-                want[i].add(before[i]);
-                if (i < product(s.bins_out, s.ch_out)) want[i].add(bias[i % bias.size()]);
-            }
-            for (int t = 0; t < s.times; ++t) {
-                for (int k = 0; k < s.taps; ++k) {
-                    for (int i = 0; i < s.ch_in; ++i) {
-                        for (int o = 0; o < s.ch_out; ++o) {
-                            const int tap = (t * s.taps + k) * s.ch_out * s.ch_in;
-                            const int at =
-                                s.ch_out == 2 ? o * s.ch_in + i : (o / 8 * s.ch_in + i) * 8 + o % 8;
-                            const double weight = static_cast<double>(w[static_cast<size_t>(tap + at)]);
-                            for (int f = 0; f < s.bins_in; ++f) {
-                                want[product(t * s.bins_out + 2 * f + k, s.ch_out) + static_cast<size_t>(o)]
-                                    .add(weight * static_cast<double>(
-                                                      in[product(f, s.ch_in) + static_cast<size_t>(i)]));
-                            }
-                        }
-                    }
-                }
-            }
-            for (const int32_t level : levels()) {
-                Fenced<float> fenced_in(in), fenced_w(w), fenced_bias(bias), out(before);
-                (table_of(level).*c.slot)(fenced_in.data(), fenced_w.data(), fenced_bias.data(), out.data(),
-                                          static_cast<int16_t>(s.ch_in), static_cast<int16_t>(s.ch_out),
-                                          static_cast<int16_t>(s.bins_in), static_cast<int16_t>(s.bins_out));
-                expect_close(out.values(), want, c.name + std::string(", level ") + std::to_string(level));
-            }
-        });
+        }
     }
 }
 
@@ -416,26 +386,41 @@ TEST(LayerKernels, DenseLayerIsItsSums) {
     for (const Feed kind : kFeeds) {
         for (const int units : {8, 16, 24, 40, 56, 64}) {
             for (const int rows : {0, 1, 2, 5, 6, 7, 13, 31, 40}) {
-                const Floats in = feed(product(rows, units), kind), w = normal(product(units, units), 0.2f);
-                const Floats b = normal(static_cast<size_t>(units));
-                std::vector<Sum> want(product(rows, units));
-                for (size_t i = 0; i < want.size(); ++i) {
-                    const size_t n = static_cast<size_t>(units), j = i % n;
-                    want[i].add(b[j]);
-                    for (size_t c = 0; c < n; ++c) {
-                        want[i].add(static_cast<double>(w[j / 8 * 8 * n + c * 8 + j % 8]) *
-                                    static_cast<double>(in[i / n * n + c]));
+                const Floats in = feed(count_of(rows, units), kind), w = normal(count_of(units, units), 0.2f);
+                const Floats b = normal(count_of(units));
+                std::vector<Sum> want(in.size());
+                for (int i = 0; i < rows * units; ++i) {
+                    const int j = i % units;
+                    want[count_of(i)].add(at(b, j));
+                    for (int c = 0; c < units; ++c) {
+                        want[count_of(i)].add(at(w, (j / 8 * units + c) * 8 + j % 8) * at(in, i - j + c));
                     }
                 }
                 for (const int32_t level : levels()) {
                     Fenced<float> fenced_in(in), fenced_w(w), fenced_b(b), out(Floats(want.size(), kNan));
                     table_of(level).l5(fenced_in.data(), fenced_w.data(), fenced_b.data(), out.data(),
-                                       static_cast<int16_t>(rows), static_cast<int16_t>(units));
+                                       short_of(rows), short_of(units));
                     expect_close(out.values(), want, "l5, level " + std::to_string(level));
                 }
             }
         }
     }
+}
+
+TEST(LayerKernels, MaskIsAComplexProductButForTheFirstImaginaryPart) {
+    const Floats re = normal(257), im = normal(257), mask = normal(514);
+    Fenced<float> fenced_re(re), fenced_im(im), fenced_mask(mask), out(Floats(514, kNan));
+    vq_ns_l9(fenced_re.data(), fenced_im.data(), fenced_mask.data(), out.data(), 257);
+    std::vector<Sum> want(514);
+    for (int k = 0; k < 257; ++k) {
+        Sum &real = want[count_of(2 * k)], &imaginary = want[count_of(2 * k + 1)];
+        real.add(at(re, k) * at(mask, 2 * k));
+        real.add(-at(im, k) * at(mask, 2 * k + 1));
+        if (k == 0) continue;
+        imaginary.add(at(re, k) * at(mask, 2 * k + 1));
+        imaginary.add(at(im, k) * at(mask, 2 * k));
+    }
+    expect_close(out.values(), want, "l9");
 }
 
 /* ---- The recurrent layer ---- */
@@ -453,55 +438,53 @@ struct Recurrent {
     int rows, units, stride;
     Floats x, wi, wh, b;
 
-    [[nodiscard]] Sum gate(const Floats& w, const float* in, int unit, int g, int side) const {
+    /* One gate's product with its bias. side: 0 of the input, 1 of the state. */
+    [[nodiscard]] Sum gate(const float* in, int unit, int g, int side) const {
         Sum sum;
         const int block = unit / 8, u = unit % 8;
-        sum.add(b[static_cast<size_t>(block * 48 + g * 16 + side * 8 + u)]);
+        sum.add(at(b, block * 48 + g * 16 + side * 8 + u));
         for (int i = 0; i < units; ++i) {
-            const int at = (block * units + i) * 24 + g * 8 + u;
-            sum.add(static_cast<double>(w[static_cast<size_t>(at)]) * static_cast<double>(in[i]));
+            sum.add(at(side == 0 ? wi : wh, (block * units + i) * 24 + g * 8 + u) *
+                    static_cast<double>(in[i]));
         }
         return sum;
     }
 
     /* Expects one new state value, given the state that the kernel itself had before. */
-    void expect_unit(float got, int row, const float* h, int unit, int32_t level) const {
-        const float* in = x.data() + product(row, units);
-        Sum pre[3], recurrent[3];
-        for (int g = 0; g < 3; ++g) pre[g] = gate(wi, in, unit, g, 0), recurrent[g] = gate(wh, h, unit, g, 1);
-        const double error = activation_error(level);
-        const double z = true_sigmoid(pre[0].value + recurrent[0].value);
-        const double r = true_sigmoid(pre[1].value + recurrent[1].value);
-        const double n = std::tanh(pre[2].value + r * recurrent[2].value);
-        const double old = static_cast<double>(h[unit]);
-        /* Slopes: 1/4 for the sigmoid, 1 for the tangent; sums are rounded once more where they meet. */
-        const auto meet = [](const Sum& a, const Sum& c) {
+    void expect_unit(float got, const float* in, const float* h, int unit, int32_t level) const {
+        const auto sum = [&](int g, int side) { return gate(side == 0 ? in : h, unit, g, side); };
+        const Sum recurrent = sum(2, 1);
+        const double error = activation_error(level), old = static_cast<double>(h[unit]);
+        const double z = true_sigmoid(sum(0, 0).value + sum(0, 1).value);
+        const double r = true_sigmoid(sum(1, 0).value + sum(1, 1).value);
+        const double n = std::tanh(sum(2, 0).value + r * recurrent.value);
+        /* Both products of a gate, rounded once more where they meet. */
+        const auto off = [&](int g) {
+            const Sum a = sum(g, 0), c = sum(g, 1);
             return a.bound() + c.bound() + 2 * kRounding * (a.magnitude + c.magnitude);
         };
-        const double z_error = std::fmin(1.0, error + meet(pre[0], recurrent[0]) / 4);
-        const double r_error = std::fmin(1.0, error + meet(pre[1], recurrent[1]) / 4);
-        const double n_error =
-            std::fmin(2.0, error + meet(pre[2], recurrent[2]) + r_error * std::fabs(recurrent[2].value));
+        /* The sigmoid's slope is 1/4 at most, the tangent's 1. */
+        const double z_error = std::fmin(1.0, error + off(0) / 4),
+                     r_error = std::fmin(1.0, error + off(1) / 4);
+        const double n_error = std::fmin(2.0, error + off(2) + r_error * std::fabs(recurrent.value));
         const double scale = std::fabs(old) + std::fabs(n);
         ASSERT_NEAR(static_cast<double>(got), z * old + (1 - z) * n,
                     scale * (z_error + 4 * kRounding) + n_error)
-            << "level " << level << ", row " << row << ", unit " << unit;
+            << "level " << level << ", unit " << unit << " of " << units << ", stride " << stride;
     }
 
     void check(const Floats& initial, int first_state, int32_t level) const {
         Fenced<float> fenced_x(x), fenced_wi(wi), fenced_wh(wh), fenced_b(b), state(initial);
         Fenced<float> out(Floats(x.size(), kNan));
         table_of(level).l4(fenced_x.data(), out.data(), state.data() + first_state, fenced_wi.data(),
-                           fenced_wh.data(), fenced_b.data(), static_cast<int16_t>(rows),
-                           static_cast<int16_t>(units), static_cast<int16_t>(stride));
+                           fenced_wh.data(), fenced_b.data(), short_of(rows), short_of(units),
+                           short_of(stride));
         const Floats got = out.values();
         Floats h = initial;
         for (int t = 0; t < rows; ++t) {
             float* row = h.data() + first_state + t * stride;
             for (int u = 0; u < units; ++u) {
-                const float value = got[product(t, units) + static_cast<size_t>(u)];
-                ASSERT_TRUE(std::isfinite(value));
-                expect_unit(value, t, row, u, level);
+                expect_unit(got[count_of(t * units + u)], x.data() + t * units, row, u, level);
             }
             std::copy_n(got.begin() + t * units, units, row);
         }
@@ -510,28 +493,26 @@ struct Recurrent {
 };
 
 TEST(LayerKernels, RecurrentLayerStepsEachRowFromItsState) {
-    const auto run = [](int rows, int units, int stride, Feed kind, float weight_scale) {
-        const size_t weights = product(units, units, 3);
+    const auto run = [](int rows, int units, int stride, Feed kind, float weights) {
+        const size_t n = count_of(units, units, 3);
         const Recurrent layer = {rows,
                                  units,
                                  stride,
-                                 feed(product(rows, units), kind),
-                                 normal(weights, weight_scale),
-                                 normal(weights, weight_scale),
-                                 normal(product(units, 6))};
+                                 feed(count_of(rows, units), kind),
+                                 normal(n, weights),
+                                 normal(n, weights),
+                                 normal(count_of(units, 6))};
         const int reach = std::max(rows - 1, 0) * stride;
-        const Floats initial = normal(static_cast<size_t>(units + std::abs(reach)));
+        const Floats initial = normal(count_of(units + std::abs(reach)));
         for (const int32_t level : levels()) layer.check(initial, std::max(0, -reach), level);
     };
     for (const int stride : {0, 64}) run(31, 64, stride, Feed::kNormal, 0.2f);
     for (const Feed kind : kFeeds) {
         for (int i = 0; i < 10; ++i) {
-            const int units = 8 * from(1, 8), rows = i == 0            ? 0
-                                                     : from(1, 7) == 1 ? from(33, 70)
-                                                                       : from(1, 12);
+            const int units = 8 * from(1, 8), rows = i == 0 ? 0 : i == 1 ? from(33, 70) : from(1, 12);
             for (const int stride :
                  {0, units, -units, units + from(1, 9), from(1, units - 1), -from(1, units - 1)}) {
-                run(rows, units, stride, kind, from(0, 3) == 0 ? 30.0f : 0.2f);
+                run(rows, units, stride, kind, i % 4 == 0 ? 30.0f : 0.2f);
             }
         }
     }
@@ -634,7 +615,7 @@ TEST(Normalisations, RowsEachByThemselvesThenRectified) {
         for (const auto& [rows, ch] :
              {std::pair{127, 32}, {63, 48}, {31, 64}, {1, 8}, {2, 16}, {35, 72}, {3, 7}, {5, 20}, {0, 8}}) {
             const size_t n = static_cast<size_t>(ch);
-            Floats x = rows_with_offset(product(rows, ch), kind);
+            Floats x = rows_with_offset(count_of(rows, ch), kind);
             if (rows > 1) std::fill_n(x.begin() + ch, ch, 3.7f); /* equal channels leave the shift alone */
             const Floats scale = normal(n), shift = normal(n), slope = normal(n);
             for (const int32_t level : levels()) {
@@ -694,6 +675,7 @@ TEST(Levels, AgreeOnRealSpeech) {
     ASSERT_GT(input.size(), 16000u);
     const Floats reference = enhance(input, levels().back());
     for (const int32_t level : levels()) {
+        if (level == levels().back()) break;
         const Floats output = enhance(input, level);
         ASSERT_EQ(output.size(), reference.size());
         double signal = 0, difference = 1e-30;
@@ -706,7 +688,7 @@ TEST(Levels, AgreeOnRealSpeech) {
         const double ratio = 10 * std::log10(signal / difference);
         std::printf("level %d against level %d: %.1f dB over %zu samples\n", level, levels().back(), ratio,
                     output.size());
-        EXPECT_GT(ratio, level == VQ_NS_LEVEL_GENERIC ? 80 : 95);
+        EXPECT_GT(ratio, level == VQ_NS_LEVEL_GENERIC ? 100 : 110);
     }
 }
 
@@ -722,43 +704,33 @@ std::string output_of(const std::string& command) {
 }
 
 TEST(ObjectFiles, HoldNoInstructionAboveTheirLevelAndShareNoFunction) {
-    enum Level { kBase, kAvx, kAvx2 };
-    std::map<std::string, Level>
-        highest; /* by member of the archive: the highest level of its instructions */
+    std::map<std::string, bool> has_avx2; /* by member of the archive */
     std::string member;
     std::istringstream code(output_of("objdump -d --no-show-raw-insn --no-addresses " VQNS_STATIC_LIBRARY));
     for (std::string line; std::getline(code, line);) {
-        if (const size_t at = line.find(":     file format"); at != std::string::npos) {
-            member = line.substr(0, at);
-            highest[member] = kBase;
+        if (const size_t end = line.find(":     file format"); end != std::string::npos) {
+            member = line.substr(0, end);
+            has_avx2[member] = false;
         }
         if (line.empty() || line[0] != '\t') continue;
         const std::string operation = line.substr(1, line.find_first_of(" \t", 1) - 1);
+        const auto is = [&](const char* beginning) { return operation.rfind(beginning, 0) == 0; };
+        /* Fused operations, integers on the wide registers, broadcasts from a register. */
         const bool wide = line.find("%ymm") != std::string::npos;
-        /* Fused operations; 256-bit integer operations; broadcasts and permutations that came with AVX2. */
-        const bool fused = operation.rfind("vfm", 0) == 0 || operation.rfind("vfnm", 0) == 0;
-        const bool integer =
-            wide && (operation.rfind("vp", 0) == 0 || operation.find("i128") != std::string::npos) &&
-            operation.rfind("vpermil", 0) != 0 && operation != "vperm2f128" && operation != "vptest";
-        const bool from_register =
-            operation.rfind("vbroadcasts", 0) == 0 && line.find('(') == std::string::npos;
-        Level& level = highest[member];
-        if (fused || integer || from_register) level = kAvx2;
-        if (operation[0] == 'v' && operation != "verr" && operation != "verw" && level < kAvx) level = kAvx;
+        const bool integer = wide && ((is("vp") && !is("vpermil") && !is("vperm2f128") && !is("vptest")) ||
+                                      operation.find("i128") != std::string::npos);
+        const bool from_register = is("vbroadcasts") && line.find('(') == std::string::npos;
+        if (is("vfm") || is("vfnm") || integer || from_register) has_avx2[member] = true;
     }
-    ASSERT_GT(highest.size(), 30u);
-    size_t avx2_members = 0;
-    for (const auto& [name, level] : highest) {
-        const bool may_avx2 = name.find("_avx2.") != std::string::npos;
-        avx2_members += level == kAvx2 ? 1 : 0;
-        EXPECT_TRUE(level < kAvx2 || may_avx2) << name;
+    ASSERT_GT(has_avx2.size(), 30u);
+    EXPECT_TRUE(has_avx2["kernels_avx2.cpp.o"]) << "the scan must see what it looks for";
+    for (const auto& [name, found] : has_avx2) {
+        EXPECT_TRUE(!found || name.find("_avx2.") != std::string::npos) << name;
     }
-    EXPECT_GE(avx2_members, 1u) << "the scan must see what it looks for";
     /* A weak function of one level could stand in for its namesake of another. */
-    const std::string shared =
-        output_of("nm --defined-only " VQNS_STATIC_LIBRARY
-                  " | awk '/:$/ {member = $1} $2 ~ /[WVu]/ {print member, $3}' | grep _avx");
-    EXPECT_EQ(shared, "");
+    EXPECT_EQ(output_of("nm --defined-only " VQNS_STATIC_LIBRARY
+                        " | awk '/:$/ {member = $1} $2 ~ /[WVu]/ {print member, $3}' | grep _avx"),
+              "");
 }
 #endif
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kernel_table.h"
+#include "levels.h"
 #include "vq_ns_model.h"
 
 namespace {
@@ -240,7 +241,7 @@ struct Ratio {
 };
 
 TEST(Network, FollowsItsEquationsOverManyFrames) {
-    for (int32_t level : {VQ_NS_LEVEL_GENERIC, VQ_NS_LEVEL_AVX, VQ_NS_LEVEL_AVX2}) {
+    for (const int32_t level : levels()) {
         Network net(level);
         Model model;
         std::mt19937 random(5);
@@ -307,7 +308,7 @@ TEST(Network, OnlyStagesAlongTimeRemember) {
 }
 
 TEST(Network, LoudOrSilentInputStaysFinite) {
-    for (int32_t level : {VQ_NS_LEVEL_GENERIC, VQ_NS_LEVEL_AVX, VQ_NS_LEVEL_AVX2}) {
+    for (const int32_t level : levels()) {
         Network net(level);
         std::vector<float> in(520), map(VQ_NS_MAP2), out(520), re(264, 1e3f), im(264, -1e3f);
         for (int frame = 0; frame < 60; ++frame) {

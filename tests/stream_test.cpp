@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <memory>
@@ -7,6 +8,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "rate_change.h"
 #include "vq_ns_pipeline.h"
 #include "vqns_stream.h"
 
@@ -134,7 +136,7 @@ TEST(Stream, LatencyIsExactAtEveryRate) {
         const auto latency = static_cast<size_t>(stream.latency());
         EXPECT_GE(stream.latency(), rate / 20 - 1) << rate;
         EXPECT_LE(stream.latency(), rate * 59 / 1000) << rate;
-        const Pcm out = stream.run(tone_signal(rate, 0.5), {static_cast<int64_t>(rate / 100)});
+        const Pcm out = stream.run(tone_signal(rate, 0.3), {static_cast<int64_t>(rate / 100)});
         for (size_t i = 0; i < latency; ++i) ASSERT_EQ(out[i], 0) << rate << " sample " << i;
         // An error of a hundredth of a sample at 8 kHz is -39 dB, of half a sample at 192 kHz -32 dB.
         const size_t settled = latency + static_cast<size_t>(rate / 20);
@@ -163,7 +165,7 @@ TEST(Stream, BlockSizesLeaveNoTrace) {
     const std::vector<std::vector<int64_t>> sizes = {{1},   {7},     {160},
                                                      {441}, {10000}, {1, 480, 3, 997, 159, 161}};
     for (const int rate : kRates) {
-        const Pcm in = noise(static_cast<size_t>(rate) / 5, 20000, 2);
+        const Pcm in = noise(static_cast<size_t>(rate) / 8, 20000, 2);
         Pcm want;
         for (const auto& size : sizes) {
             Stream stream(rate);
@@ -176,6 +178,33 @@ TEST(Stream, BlockSizesLeaveNoTrace) {
         vqns_stream::process(stream.stream.get(), in_place.data(), in_place.data(),
                              static_cast<int64_t>(in_place.size()));
         EXPECT_EQ(in_place, want) << rate << ", in place";
+    }
+}
+
+TEST(Stream, RateChangeKeepsItsCounts) {
+    using namespace vqns_stream;
+    std::mt19937 random(5);
+    for (const int rate : kRates) {
+        for (const RateChangeQuality quality : {RateChangeQuality::kVoice, RateChangeQuality::kMusic}) {
+            for (const bool up : {false, true}) {
+                RateChange change =
+                    up ? open_rate_change(16000, rate, quality) : open_rate_change(rate, 16000, quality);
+                Pcm out(static_cast<size_t>(change_rate_room(change)));
+                const Pcm in = noise(kRateChangeBlock, 20000, 6);
+                int64_t fed = 0, got = 0;
+                while (fed < 5000) {
+                    const int n = 1 + static_cast<int>(random() % kRateChangeBlock);
+                    got += change_rate(change, in.data(), n, out.data());
+                    fed += n;
+                    ASSERT_EQ(got, outputs_after(change, fed)) << rate << (up ? " up" : " down");
+                }
+                for (int64_t m = 1; m < 700; ++m) {
+                    const int64_t n = inputs_for(change, m);
+                    ASSERT_TRUE(outputs_after(change, n) >= m && outputs_after(change, n - 1) < m)
+                        << rate << ' ' << m;
+                }
+            }
+        }
     }
 }
 
@@ -194,7 +223,10 @@ Pcm bursts(double seconds) {
 
 // The engine's own entry is the model of levelling; it is fed what the adapter feeds ahead of a stream.
 TEST(Stream, LevelsAsTheEngineDoes) {
-    const Pcm in = bursts(4);
+    Pcm in = bursts(4);
+    // Loud at the end, where the gain of the quiet part would clip.
+    for (size_t i = 3 * 16000; i < in.size(); ++i)
+        in[i] = static_cast<int16_t>(std::clamp(in[i] * 20, -32768, 32767));
     Pcm fed(4 * VQ_NS_HOP);
     fed.insert(fed.end(), in.begin(), in.end());
     auto engine = std::make_unique<vq_ns_data>();
@@ -214,6 +246,7 @@ TEST(Stream, LevelsAsTheEngineDoes) {
         raised = std::max(raised, std::abs(out[i]) / (std::abs(in[i - 799]) + 100.0));
     }
     EXPECT_GT(raised, 1.5) << "the gain has moved";
+    EXPECT_GT(*std::max_element(out.begin(), out.end()), 31000);
 
     Stream plain_stream(16000, plain()), switched(16000);
     vqns_stream::set_level(switched.stream.get(), false);

@@ -691,10 +691,10 @@ TEST_F(Tool, FindsSpeechAndWritesItInThreeForms) {
     const Result none = run({"vad", name, "--format", "json", "--min-speech", "60"});
     EXPECT_TRUE(parse_json(none.out)["segments"].elements.empty()) << none.out;
 
-    // In the second of two channels, raw: the same stretches.
-    Pcm stereo;
-    for (const int16_t x : sound.samples) stereo.insert(stereo.end(), {0, x});
-    EXPECT_EQ(run({"vad", "-", "--rate", "16000", "--channels", "2"}, raw(stereo)).out, text.str());
+    // In one of three channels, raw: the same stretches.
+    Pcm three;
+    for (const int16_t x : sound.samples) three.insert(three.end(), {0, x, 0});
+    EXPECT_EQ(run({"vad", "-", "--rate", "16000", "--channels", "3"}, raw(three)).out, text.str());
 }
 
 TEST_F(Tool, ResamplesInPlaceAndInFull) {
@@ -802,6 +802,17 @@ TEST_F(Tool, SpectrogramShowsSoundWhereItIs) {
             EXPECT_GT(tones_image.light(x, brightest), 150) << second;
         }
     }
+
+    // The tone of the second second lies evenly about its middle.
+    const size_t row = kTops[0] + static_cast<size_t>(kHeight * 0.75);
+    size_t first = kLeft + kWidth, last = 0;
+    for (size_t x = kLeft; x < kLeft + kWidth; ++x) {
+        if (tones_image.light(x, row) < 120) continue;
+        first = std::min(first, x);
+        last = x;
+    }
+    EXPECT_NEAR(static_cast<double>(first + last) / 2, kLeft + 1.5 / 4 * kWidth, 2);
+    EXPECT_NEAR(static_cast<double>(last - first), kWidth / 4, 12);
 
     ASSERT_EQ(run({"denoise", "-q", kSample, at("out.wav"), "--spectrogram", at("b.png")}).status, 0);
     const Image noisy(at("b.png"));

@@ -7,7 +7,8 @@ float vq_ns_tansig_approx(float x) {
     if (!(x < 8.0f)) return 1.0f;
     if (!(x > -8.0f)) return -1.0f;
     const float a = std::fabs(x);
-    const float sign = x < 0.0f ? -1.0f : 1.0f;
+    /* Not by a branch: nothing foretells the sign. The sum makes a negative zero positive. */
+    const float sign = std::copysign(1.0f, x + 0.0f);
     const int i = static_cast<int>(a * 25.0f + 0.5f);
     const float y = tansig_table[i];
     const float d = a - static_cast<float>(i) * 0.04f;

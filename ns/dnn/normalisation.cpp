@@ -36,7 +36,9 @@ void vq_ns_nm1(float* x, const float* scale, const float* shift, const float* sl
         const float inverse = centre_and_scale(x, scale, x, ch, per_element);
         for (int32_t c = 0; c < ch; ++c) {
             const float y = x[c] * inverse + shift[c];
-            x[c] = y > 0.0f ? y : y * slope[c];
+            /* Multiplied in either case, so that it takes no branch. */
+            const float sloped = y * slope[c];
+            x[c] = y > 0.0f ? y : sloped;
         }
     }
 }

@@ -113,6 +113,9 @@ int interpolate(RateChange& change, const int16_t* in, int count, int16_t* out) 
         written += static_cast<int>(n);
         due -= n;
     }
+    // Never so; but the count is a promise that buffers are built on.
+    std::fill_n(out + written, due, int16_t{0});
+    written += static_cast<int>(due);
     interpolator.put_out += written;
     return written;
 }

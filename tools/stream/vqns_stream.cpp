@@ -154,7 +154,7 @@ Stream* open(int rate, const Options& options) {
     prepare_speech_stages(*s);
 
     s->incoming_count = s->timing.hop_offset;
-    s->incoming.assign(static_cast<size_t>(kHopSize + change_rate_room(s->to_engine)), 0);
+    s->incoming.assign(size_t{kHopSize} + static_cast<size_t>(change_rate_room(s->to_engine)), 0);
     s->outgoing_count = static_cast<int>(s->timing.queue_lead);
     // Beside the lead, the queue holds the hops that a block completes, one that came early, and room for
     // the converter to work in.

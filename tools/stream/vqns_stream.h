@@ -7,9 +7,9 @@
 //     vqns_stream::close(s);
 //
 // As many samples come out as go in. The first latency(s) of them are silence; from then on out[i] belongs to
-// in[i - latency(s)] for the life of the stream, exactly or to a hundredth of a sample at the rates in use for
-// audio (at worst to half a sample, at 16012 Hz and the like). The result does not depend on how the stream is
-// cut into blocks.
+// in[i - latency(s)] for the life of the stream, exactly or to a hundredth of a sample at the rates in use
+// for audio (at worst to half a sample, at 16012 Hz and the like). The result does not depend on how the
+// stream is cut into blocks.
 //
 // Inside, the stream is converted to 16 kHz, enhanced in hops of 10 ms, mixed and levelled as asked, and
 // converted back: what lies above 8 kHz (or half the stream's rate) is not in the output.

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <optional>
 
@@ -20,7 +21,14 @@ enum { kBlock = 4096 };  // frames
 struct Pictures {
     Spectrogram before, after;
     ReplacedFile file;
+    double seconds = 0;  // spent on them, which is no part of denoising
 };
+
+void analyse(Pictures& pictures, Spectrogram& s, const int16_t* frames, int64_t count) {
+    const auto start = std::chrono::steady_clock::now();
+    add_sound(s, frames, count);
+    pictures.seconds += seconds_since(start);
+}
 
 void refuse_overwriting(const DenoiseOptions& options) {
     if (options.in != "-" && options.out != "-" && same_file(options.in, options.out)) {
@@ -47,7 +55,7 @@ struct AlignedWriter {
         frames += dropped * channels;
         count -= dropped;
         if (count < 1) return;
-        if (pictures) add_sound(pictures->after, frames, count);
+        if (pictures) analyse(*pictures, pictures->after, frames, count);
         write_frames(output, frames, count);
     }
 };
@@ -110,7 +118,7 @@ void denoise(const DenoiseOptions& options) {
     std::vector<int16_t> block(static_cast<size_t>(kBlock) * static_cast<size_t>(input.channels));
     Progress progress(input.frames, options.quiet);
     for (int64_t count; (count = read_frames(input, block.data(), kBlock)) > 0;) {
-        if (pictures) add_sound(pictures->before, block.data(), count);
+        if (pictures) analyse(*pictures, pictures->before, block.data(), count);
         process(streams, block.data(), count);
         writer.write(block.data(), count);
         show_progress(progress, input.frames_read);
@@ -118,11 +126,11 @@ void denoise(const DenoiseOptions& options) {
     meter.end = seconds_read(input);
     if (!options.constant_delay) flush(streams, writer, late, block);
     close_output(output);
+    const double elapsed = seconds_since(progress.start) - (pictures ? pictures->seconds : 0);
     if (pictures) write_picture(pictures->file, pictures->before, pictures->after);
     check_end(input);
     commit(output.replaced);
     if (pictures) commit(pictures->file);
-    const double elapsed = seconds_since(progress.start);
     if (!options.quiet) summarise(options, input, meter, elapsed);
 }
 

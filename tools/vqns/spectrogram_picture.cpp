@@ -36,7 +36,9 @@ Colour shade(double share) {
     const double at = std::clamp(share, 0.0, 1.0) * kSteps;
     const auto stop = std::min(static_cast<size_t>(at), std::size(kStops) - 2);
     const double part = at - static_cast<double>(stop);
-    const auto blend = [&](uint8_t a, uint8_t b) { return static_cast<uint8_t>(a + part * (b - a) + 0.5); };
+    const auto blend = [&](uint8_t a, uint8_t b) {
+        return static_cast<uint8_t>(std::lround(a + part * (b - a)));
+    };
     const Colour &from = kStops[stop], &to = kStops[stop + 1];
     return {blend(from.red, to.red), blend(from.green, to.green), blend(from.blue, to.blue)};
 }
@@ -175,10 +177,10 @@ void write_picture(ReplacedFile& file, Spectrogram& before, Spectrogram& after) 
     const double brightest = bright_level(all);
     for (const auto& half : halves) {
         const Panel& p = half.panel;
+        auto value = half.levels.begin();
         for (int y = 0; y < p.height; ++y) {
             for (int x = 0; x < p.width; ++x) {
-                const double level = half.levels[static_cast<size_t>(y * p.width + x)];
-                set_pixel(picture, p.left + x, p.top + y, shade((level - brightest) / kRange + 1));
+                set_pixel(picture, p.left + x, p.top + y, shade((*value++ - brightest) / kRange + 1));
             }
         }
         draw_frame(picture, p);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 
 #include "channel_streams.h"
 #include "commands.h"
@@ -21,7 +22,7 @@ struct Collector {
 void collect(void* context, const vqns_stream::Hop& hop) {
     auto& collector = *static_cast<Collector*>(context);
     if (collector.speech.empty()) collector.first = hop.time;
-    const auto index = static_cast<size_t>((hop.time - collector.first) / kHopSeconds + 0.5);
+    const auto index = static_cast<size_t>(std::lround((hop.time - collector.first) / kHopSeconds));
     if (index >= collector.speech.size()) collector.speech.resize(index + 1);
     if (hop.speech) collector.speech[index] = true;
 }
