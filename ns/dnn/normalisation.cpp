@@ -36,9 +36,9 @@ void vq_ns_nm1(float* x, const float* scale, const float* shift, const float* sl
         const float inverse = centre_and_scale(x, scale, x, ch, per_element);
         for (int32_t c = 0; c < ch; ++c) {
             const float y = x[c] * inverse + shift[c];
-            /* Multiplied in either case, so that it takes no branch. */
-            const float sloped = y * slope[c];
-            x[c] = y > 0.0f ? y : sloped;
+            /* y or y * slope[c], without a branch that nothing foretells. */
+            const float positive = y > 0.0f ? y : 0.0f, negative = y < 0.0f ? y : 0.0f;
+            x[c] = positive + negative * slope[c];
         }
     }
 }

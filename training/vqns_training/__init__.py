@@ -1,0 +1,1 @@
+"""Training, exporting and evaluating the network that the library compiles in."""

@@ -1,0 +1,65 @@
+"""What training lowers: errors of compressed spectra, taken on the spectrum of the re-synthesised signal so that they
+count what will be heard; speech lost counts more than noise left."""
+from dataclasses import dataclass
+
+import torch
+import torch.nn.functional as F
+
+from . import framing
+from .mixer import COMMON_LEVEL
+
+POWER = .3  # of the compression
+EDGE = 2 * framing.HOP  # samples at either end that lack a part of the overlap
+
+
+@dataclass
+class Weights:
+    """Of the terms. Another good set: magnitude .3, complex .2, wave .2."""
+    magnitude: float = .7
+    complex: float = .3
+    keep: float = .8  # magnitude lost where there is speech
+    wave: float = 0.  # mean absolute error of the samples
+    sdr: float = .005  # per dB of scale-invariant signal-to-distortion ratio, up to 30 dB
+    windows: tuple = (framing.FRAME,)  # samples; the spectral terms are averaged over them
+
+
+def short_time_spectrum(x, size):
+    """Real and imaginary parts; the library's own frames for its own size."""
+    if size == framing.FRAME:
+        return framing.spectra(x)
+    s = torch.stft(x, size, size // 4, window=framing.hann(size, x.device, x.dtype), center=False, return_complex=True)
+    s = torch.view_as_real(s) * (framing.FRAME / size)
+    return s[..., 0], s[..., 1]
+
+
+def compressed(re, im):
+    """Magnitude to the power POWER, and the spectrum with that magnitude."""
+    power = re * re + im * im + 1e-8
+    squeeze = power.pow((POWER - 1) / 2)
+    return power.sqrt() * squeeze, re * squeeze, im * squeeze
+
+
+def spectral_terms(y, s, size):
+    ym, yr, yi = compressed(*short_time_spectrum(y, size))
+    sm, sr, si = compressed(*short_time_spectrum(s, size))
+    return {"magnitude": (ym - sm).square().mean(), "complex": ((yr - sr).square() + (yi - si).square()).mean(),
+            "keep": F.relu(sm - ym).square().mean()}
+
+
+def si_sdr(y, s):
+    """Scale-invariant signal-to-distortion ratio per row, in dB."""
+    part = (y * s).sum(1, keepdim=True) / (s.square().sum(1, keepdim=True) + 1e-6) * s
+    return 10 * torch.log10((part.square().sum(1) + 1e-4) / ((y - part).square().sum(1) + 1e-4))
+
+
+def measure(net, noisy, clean, scale, has_speech, weights):
+    """(loss, {term: value}) of a batch [piece, sample]; the last two have one value a piece."""
+    y = net.denoise(noisy)
+    inner = slice(EDGE, y.shape[1] - EDGE)
+    y, s = (v[:, inner] * (scale / COMMON_LEVEL)[:, None] for v in (y, clean[:, :y.shape[1]]))
+    parts = [spectral_terms(y, s, size) for size in weights.windows]
+    terms = {name: sum(p[name] for p in parts) / len(parts) for name in parts[0]}
+    terms["wave"] = (y - s).abs().mean()
+    ratio = si_sdr(y, s).clamp(max=30)
+    terms["sdr"] = -(ratio * has_speech).sum() / has_speech.sum().clamp(min=1)
+    return sum(getattr(weights, name) * value for name, value in terms.items()), terms
