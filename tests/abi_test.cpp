@@ -1,24 +1,15 @@
 /* What the shared library shows to the world: names, dependencies, headers. */
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
 
-namespace {
+#include "command.h"
 
-std::string output_of(const std::string& command) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string text;
-    std::array<char, 4096> buffer;
-    while (const size_t n = fread(buffer.data(), 1, buffer.size(), pipe.get())) text.append(buffer.data(), n);
-    return text;
-}
+namespace {
 
 std::set<std::string> words(const std::string& text) {
     std::istringstream in(text);

@@ -27,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "command.h"
 #include "kernel_table.h"
 #include "levels.h"
 #include "vq_ns_kernels_simd.h"
@@ -695,14 +696,6 @@ TEST(Levels, AgreeOnRealSpeech) {
 /* ---- What the compiler made of it ---- */
 
 #if defined(VQNS_STATIC_LIBRARY)
-std::string output_of(const std::string& command) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string text;
-    std::array<char, 4096> buffer;
-    while (const size_t n = fread(buffer.data(), 1, buffer.size(), pipe.get())) text.append(buffer.data(), n);
-    return text;
-}
-
 TEST(ObjectFiles, HoldNoInstructionAboveTheirLevelAndShareNoFunction) {
     std::map<std::string, bool> has_avx2; /* by member of the archive */
     std::string member;

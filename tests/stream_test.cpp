@@ -1,63 +1,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <memory>
 #include <random>
 #include <stdexcept>
 #include <vector>
 
+#include "allocation_guard.h"
 #include "rate_change.h"
 #include "vq_ns_pipeline.h"
 #include "vqns_stream.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-#ifdef SANITIZED
-extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, size_t),
-                                                         void (*)(const volatile void*));
-#endif
-
 // Under these tests lie parameter tables that pass every spectrum through: what goes in comes out, delayed,
 // so that delays and gains can be read off the output.
-
-namespace {
-
-std::atomic<long> allocations;
-
-}  // namespace
-
-#ifdef SANITIZED
-static void count_allocation(const volatile void*, size_t) {
-    ++allocations;
-}
-static void ignore_release(const volatile void*) {}
-static const int hooks = __sanitizer_install_malloc_and_free_hooks(count_allocation, ignore_release);
-#else
-extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* malloc(size_t size) {
-    ++allocations;
-    return __libc_malloc(size);
-}
-void* calloc(size_t count, size_t size) {
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-void* realloc(void* memory, size_t size) {
-    ++allocations;
-    return __libc_realloc(memory, size);
-}
-}
-#endif
 
 namespace {
 
