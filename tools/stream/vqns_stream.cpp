@@ -83,18 +83,6 @@ void mix(int16_t* wet, const int16_t* dry, float dry_share) {
     }
 }
 
-// A gain of 18 dB at most keeps the product within 34 bits; it wraps to 32 as the engine's own entry does.
-void apply_gain(int16_t* samples, int32_t gain) {
-    for (int i = 0; i < kHopSize; ++i) {
-        const auto wrapped = static_cast<uint32_t>(samples[i]) * static_cast<uint32_t>(gain);
-        samples[i] = static_cast<int16_t>(std::clamp(static_cast<int32_t>(wrapped) >> 15, -32767, 32767));
-    }
-}
-
-void level_speech(rk_voip_dsp_dgc_kwenh_data_t& gain_control, int16_t* hop) {
-    apply_gain(hop, rk_dsp_dgc_kwenh_process(&gain_control, hop, kHopSize));
-}
-
 void process_hop(Stream& s, const int16_t* in, int16_t* out) {
     const auto slot = static_cast<size_t>(s.hops % kEngineHops);
     int16_t before[kHopSize];
@@ -104,7 +92,7 @@ void process_hop(Stream& s, const int16_t* in, int16_t* out) {
     vq_ns_dnn_proc(s.engine.get(), in, out, kHopSize);
     const bool speech = TarvikGmmVad_api_Process(&s.detector, out, kHopSize) == 1;
     if (s.dry_share > 0) mix(out, before, s.dry_share);
-    if (s.options.level) level_speech(s.gain_control, out);
+    if (s.options.level) rk_dsp_dgc_kwenh_api_process(&s.gain_control, out, kHopSize, 1);
 
     if (s.options.observer != nullptr) {
         const int64_t first = (s.hops - kEngineHops) * kHopSize - s.timing.hop_offset;
