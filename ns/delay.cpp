@@ -13,8 +13,8 @@ double converter_seconds(int16_t is_on, const rk_voip_dsp_src_inst_t& converter,
     return is_on != 0 ? vqns::converter_delay(converter) / in_rate : 0.0;
 }
 
-/* Output samples due in the calls that return 0, during which the host plays silence. The first sample that it gets
- * afterwards belongs to the first sample that it fed, but for the converters. */
+/* Output samples due in the calls that return 0, during which the host plays silence. The first sample that
+ * it gets afterwards belongs to the first sample that it fed, but for the converters. */
 int64_t silent_samples(const vq_ns_data& ns) {
     const int64_t piece = ns.input_rate / 100;
     const int64_t needed = static_cast<int64_t>(kSamplesBeforeOutput) * ns.input_rate;

@@ -102,7 +102,7 @@ int32_t vq_ns_sprocess(vq_ns_data* ns, const int16_t* low_in, const int16_t* hig
 }
 
 int32_t vq_ns_deinit(vq_ns_data* ns) {
-    return vq_ns_destry(ns);
+    return ns == nullptr ? -1 : vq_ns_destry(ns);
 }
 
 int32_t vq_ns_destry(vq_ns_data*) {

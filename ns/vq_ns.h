@@ -11,10 +11,10 @@
  *
  * Rates: 8000, 11025, 16000, 22050, 24000, 32000, 44100 and 48000 Hz on either side. The suppressor itself
  * runs at 16000 Hz; what lies above 8 kHz is not in the output. The gain stage levels speech at an output
- * rate of 8000 or 16000 Hz; at other output rates its detector cannot work on the stage's frames: the gain
- * stays at unity, and at 32000 and 48000 Hz and the other rates a line is printed for each frame. Hosts that
- * want levelling there run the suppressor with 16000 Hz output and convert afterwards; hosts that level
- * speech themselves use vq_ns_reset and vq_ns_proc (vq_ns_pipeline.h) alone.
+ * rate of 8000 or 16000 Hz; at any other its detector refuses every frame, a line is printed for each, and
+ * the gain stays at unity. Hosts that want levelling there run the suppressor with 16000 Hz output and
+ * convert afterwards; hosts that level speech themselves use vq_ns_reset and vq_ns_proc (vq_ns_pipeline.h)
+ * alone.
  *
  * Memory: the host owns the instance and keeps it where it is between init and its end, since it holds
  * pointers into itself. Alignment as for pointers will do; a 64-byte boundary is fastest. Nothing is

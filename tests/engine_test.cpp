@@ -365,7 +365,8 @@ TEST(Engine, NullPointersAreRefused) {
     EXPECT_EQ(vq_ns_sprocess(engine, in, nullptr, out, out, 80), -1);
     EXPECT_EQ(vq_ns_sprocess(engine, in, in, nullptr, out, 80), -1);
     EXPECT_EQ(vq_ns_sprocess(engine, in, in, out, nullptr, 80), -1);
-    EXPECT_EQ(vq_ns_deinit(nullptr), 0);
+    EXPECT_EQ(vq_ns_deinit(nullptr), -1);
+    EXPECT_EQ(vq_ns_deinit(engine), 0);
 }
 
 TEST(Engine, BandsPassThroughWithTheirOwnDelay) {
