@@ -10,6 +10,7 @@
 #include "allocation_guard.h"
 #include "rate_change.h"
 #include "vq_ns_pipeline.h"
+#include "vqns_channels.h"
 #include "vqns_stream.h"
 
 // Under these tests lie parameter tables that pass every spectrum through: what goes in comes out, delayed,
@@ -252,6 +253,93 @@ TEST(Stream, DetectorHearsSpeechAndPauses) {
     stream.run(bursts(4), {160});
     EXPECT_GT(decisions[1][1], 9 * decisions[1][0]);
     EXPECT_GT(decisions[0][0], 9 * decisions[0][1]);
+}
+
+// At 48 kHz a hiss that the suppressor's band could not hold; switched on and off while a tone plays.
+TEST(Stream, BypassGivesTheInputBackAndSwitchesWithoutAClick) {
+    constexpr int kRate = 48000;
+    Options options = plain();
+    options.bypass = true;
+    std::vector<float> in(kRate / 2), out(in.size());
+    std::mt19937 random(8);
+    for (float& x : in) x = std::uniform_real_distribution<float>(-1.5F, 1.5F)(random);
+    Stream hiss(kRate, options);
+    const auto latency = static_cast<size_t>(hiss.latency());
+    vqns_stream::process(hiss.stream.get(), in.data(), out.data(), static_cast<int64_t>(in.size()));
+    for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], i < latency ? 0 : in[i - latency]) << i;
+
+    // A tone that the suppressor's band cannot hold is there only while bypassed: a hard switch would jump by
+    // up to its amplitude, where a fade of 10 ms moves by what the tone itself does and a 480th of the
+    // amplitude.
+    constexpr int kAmplitude = 10000;
+    Pcm tone(kRate);
+    for (size_t i = 0; i < tone.size(); ++i) {
+        const double turn = 2 * M_PI * 10000 * static_cast<double>(i) / kRate;
+        tone[i] = static_cast<int16_t>(std::lround(kAmplitude * std::sin(turn)));
+    }
+    Stream stream(kRate, plain()), never(kRate, plain());
+    Pcm out_of_band = stream.run(tone, {480});
+    never.run(tone, {480});
+    const auto set = [&](bool bypass) {
+        vqns_stream::set_bypass(stream.stream.get(), bypass);
+        const Pcm more = stream.run(tone, {7});
+        out_of_band.insert(out_of_band.end(), more.begin(), more.end());
+        return more;
+    };
+    const Pcm during = set(true), after = set(false);
+    for (size_t i = latency; i < during.size(); ++i) ASSERT_EQ(during[i], tone[i - latency]) << i;
+    never.run(tone, {480});
+    const Pcm want = never.run(tone, {480});
+    EXPECT_TRUE(std::equal(after.begin() + 480, after.end(), want.begin() + 480)) << "it went on listening";
+    for (const size_t change : {size_t{kRate}, size_t{2 * kRate}}) {
+        for (size_t i = 0; i < 480; ++i) {
+            const double share = (static_cast<double>(i) + 1) / 480,
+                         bypass = change == kRate ? share : 1 - share;
+            ASSERT_LE(std::abs(out_of_band[change + i]), kAmplitude * bypass + 600) << change << ' ' << i;
+        }
+    }
+}
+
+TEST(Stream, FloatingPointIsTheSameSoundAndItsExcessesDoNoHarm) {
+    const Pcm in = noise(8000, 32767, 9);
+    std::vector<float> floats(in.begin(), in.end());
+    for (float& x : floats) x /= 32768;
+    const Pcm want = Stream(16000).run(in, {160});
+    Stream stream(16000);
+    vqns_stream::process(stream.stream.get(), floats.data(), floats.data(), 8000);
+    for (size_t i = 0; i < want.size(); ++i) ASSERT_EQ(floats[i] * 32768, want[i]) << i;
+
+    const float hostile[] = {NAN, INFINITY, -INFINITY, 1e30F, -7, 1e-40F};
+    for (size_t i = 0; i < floats.size(); ++i) floats[i] = hostile[i * 7 % std::size(hostile)];
+    vqns_stream::process(stream.stream.get(), floats.data(), floats.data(), 8000);
+    for (const float x : floats) ASSERT_TRUE(x >= -1 && x <= 1);
+}
+
+TEST(Stream, ChannelsAreStreamsOfTheirOwn) {
+    struct Heard {
+        std::vector<int> hops = std::vector<int>(3);
+    } heard;
+    Options options;
+    options.context = &heard;
+    options.observer = [](void* context, const Hop& hop) {
+        ++static_cast<Heard*>(context)->hops.at(static_cast<size_t>(hop.channel));
+    };
+    vqns_stream::Channels channels = vqns_stream::open_channels(44100, 3, options);
+    Pcm interleaved(3 * 9000);
+    std::vector<Pcm> want;
+    for (size_t c = 0; c < 3; ++c) {
+        const Pcm in = noise(9000, 9000, 20 + static_cast<unsigned>(c));
+        for (size_t i = 0; i < in.size(); ++i) interleaved[3 * i + c] = in[i];
+        want.push_back(Stream(44100).run(in, {9000}));
+    }
+    const long before = allocations;
+    vqns_stream::process(channels, interleaved.data(), 8000);
+    vqns_stream::process(channels, interleaved.data() + 3 * 8000, 1000);
+    EXPECT_EQ(allocations, before);
+    for (size_t i = 0; i < interleaved.size(); ++i) ASSERT_EQ(interleaved[i], want[i % 3][i / 3]) << i;
+    EXPECT_EQ(vqns_stream::latency(channels), Stream(44100).latency());
+    for (const int hops : heard.hops) EXPECT_EQ(hops, heard.hops[0]);
+    EXPECT_GT(heard.hops[0], 15);
 }
 
 TEST(Stream, ProcessingNeverAllocates) {

@@ -23,6 +23,7 @@ import torch
 from vqns_training import losses, schedule, tables, validation
 from vqns_training.environment import settle
 from vqns_training.feeder import Feeder
+from vqns_training.mixer import Chances
 from vqns_training.state import State
 
 parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -33,6 +34,8 @@ length.add_argument("--hours", type=float)
 length.add_argument("--steps", type=int)
 parser.add_argument("--start", help="parameter file or checkpoint to begin with when OUT has no checkpoint")
 parser.add_argument("--shares", default=Path(__file__).parent / "shares.json", help="shares of the sources, as JSON")
+parser.add_argument("--chances", nargs="+", default=[], metavar="NAME=SHARE",
+                    help="how often things happen to a piece in training (mixer.Chances); held-out pieces keep theirs")
 parser.add_argument("--batch", type=int, default=5, help="pieces a step")
 parser.add_argument("--seconds", type=float, default=4, help="of a piece")
 parser.add_argument("--seed", type=int, default=1, help="of the mixtures and of fresh weights")
@@ -47,7 +50,7 @@ parser.add_argument("--held-out", type=int, default=64, metavar="PIECES", help="
 parser.add_argument("--mixers", type=int, default=1, help="processes that mix")
 parser.add_argument("--threads", type=int, default=os.cpu_count(), help="for the network on the processor")
 parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
-for name in ("magnitude", "complex", "keep", "wave", "sdr"):
+for name in ("magnitude", "complex", "keep", "wave", "sdr", "segmental"):
     parser.add_argument(f"--{name}", type=float, default=getattr(losses.Weights, name), help="weight of that term")
 parser.add_argument("--windows", type=int, nargs="+", default=list(losses.Weights.windows),
                     help="of the spectral terms, in samples")
@@ -72,14 +75,15 @@ class Run:
         torch.set_num_threads(a.threads)
         torch.set_flush_denormal(True)
         shares = json.loads(Path(a.shares).read_text()) if a.shares else None
-        self.weights = losses.Weights(a.magnitude, a.complex, a.keep, a.wave, a.sdr, tuple(a.windows))
+        self.weights = losses.Weights(a.magnitude, a.complex, a.keep, a.wave, a.sdr, a.segmental, tuple(a.windows))
         self.state = State(a.device, a.weight_decay, a.average)
         begin = self.out / "checkpoint.pt" if (self.out / "checkpoint.pt").exists() else a.start
         if begin:
             self.state.load(begin)
         self.held_out = validation.held_out_batches(a.data, shares, a.held_out)
-        self.feeder = Feeder({"folder": a.data, "seed": a.seed, "seconds": a.seconds, "shares": shares},
-                             self.state.step, a.batch, a.mixers)
+        chances = Chances(**{name: float(share) for name, share in (c.split("=") for c in a.chances)})
+        self.feeder = Feeder({"folder": a.data, "seed": a.seed, "seconds": a.seconds, "shares": shares,
+                              "chances": chances}, self.state.step, a.batch, a.mixers)
         self.budget = schedule.Budget(self.state.step, a.hours, a.steps)
         self.best, self.failed, self.stop = self.best_so_far(), 0, False
         self.log("run", begin=str(begin), step=self.state.step, options={k: str(v) for k, v in vars(a).items()})

@@ -8,6 +8,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "stream_timing.h"
 #include "vq_ns_pipeline.h"
@@ -43,6 +44,10 @@ struct Stream {
     std::vector<int16_t> outgoing;  // at the stream's rate
     int outgoing_count = 0;
     int64_t silence_left = 0;
+
+    std::vector<float> passing;  // the last `latency` samples of the input, a ring: what a bypass gives back
+    size_t passing_at = 0;
+    float bypass_share = 0, fade_step = 0;  // of the bypass in the output, and how much it moves a sample
 };
 
 namespace {
@@ -97,7 +102,7 @@ void process_hop(Stream& s, const int16_t* in, int16_t* out) {
     if (s.options.observer != nullptr) {
         const int64_t first = (s.hops - kEngineHops) * kHopSize - s.timing.hop_offset;
         const double time = static_cast<double>(first) / kEngineRate - s.to_engine.delay / s.to_engine.from;
-        s.options.observer(s.options.context, {time, speech, before, out});
+        s.options.observer(s.options.context, {time, s.options.channel, speech, before, out});
     }
     ++s.hops;
 }
@@ -121,6 +126,56 @@ void give_block(Stream& s, int16_t* out, int count) {
     s.silence_left -= silent;
     s.outgoing_count -= count;
     std::copy_n(s.outgoing.data() + count, s.outgoing_count, s.outgoing.data());
+}
+
+// Samples in floating point, in units of the 16-bit ones, and back.
+float to_units(int16_t x) {
+    return x;
+}
+
+float to_units(float x) {
+    return x * 32768;
+}
+
+int16_t to_pcm(float units) {
+    return static_cast<int16_t>(std::isnan(units) ? 0 : std::lrint(std::clamp(units, -32768.F, 32767.F)));
+}
+
+void from_units(float units, int16_t& x) {
+    x = to_pcm(units);
+}
+
+void from_units(float units, float& x) {
+    x = units / 32768;
+}
+
+// The next sample of the cross-fade between the processed sample and the one that is passed by.
+float next_output(Stream& s, float processed, float passed) {
+    s.bypass_share = std::clamp(s.bypass_share + (s.options.bypass ? s.fade_step : -s.fade_step), 0.F, 1.F);
+    if (s.bypass_share == 0) return processed;
+    if (s.bypass_share == 1) return passed;
+    return processed + s.bypass_share * (passed - processed);
+}
+
+template <typename Sample>
+void process_blocks(Stream& s, const Sample* in, Sample* out, int64_t count) {
+    while (count > 0) {
+        const auto block = static_cast<int>(std::min<int64_t>(count, kRateChangeBlock));
+        int16_t pcm[kRateChangeBlock];
+        float passed[kRateChangeBlock];
+        for (int i = 0; i < block; ++i) {
+            const float units = to_units(in[i]);
+            pcm[i] = to_pcm(units);
+            passed[i] = std::exchange(s.passing[s.passing_at], units);
+            s.passing_at = (s.passing_at + 1) % s.passing.size();
+        }
+        take_block(s, pcm, block);
+        give_block(s, pcm, block);
+        for (int i = 0; i < block; ++i) from_units(next_output(s, pcm[i], passed[i]), out[i]);
+        in += block;
+        out += block;
+        count -= block;
+    }
 }
 
 }  // namespace
@@ -150,6 +205,9 @@ Stream* open(int rate, const Options& options) {
     const int64_t hops_a_block = change_rate_room(s->to_engine) / kHopSize + 3;
     s->outgoing.assign(static_cast<size_t>(s->timing.queue_lead + hops_a_block * hop_at_rate), 0);
     s->silence_left = s->timing.latency;
+    s->passing.assign(static_cast<size_t>(s->timing.latency), 0);
+    s->fade_step = 100 / static_cast<float>(rate);
+    s->bypass_share = options.bypass ? 1 : 0;
     return s.release();
 }
 
@@ -162,14 +220,11 @@ int64_t latency(const Stream* stream) {
 }
 
 void process(Stream* stream, const int16_t* in, int16_t* out, int64_t count) {
-    while (count > 0) {
-        const auto block = static_cast<int>(std::min<int64_t>(count, kRateChangeBlock));
-        take_block(*stream, in, block);
-        give_block(*stream, out, block);
-        in += block;
-        out += block;
-        count -= block;
-    }
+    process_blocks(*stream, in, out, count);
+}
+
+void process(Stream* stream, const float* in, float* out, int64_t count) {
+    process_blocks(*stream, in, out, count);
 }
 
 void set_attenuation_limit(Stream* stream, double limit) {
@@ -179,6 +234,10 @@ void set_attenuation_limit(Stream* stream, double limit) {
 
 void set_level(Stream* stream, bool level) {
     stream->options.level = level;
+}
+
+void set_bypass(Stream* stream, bool bypass) {
+    stream->options.bypass = bypass;
 }
 
 }  // namespace vqns_stream

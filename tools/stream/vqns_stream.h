@@ -12,7 +12,8 @@
 // stream is cut into blocks.
 //
 // Inside, the stream is converted to 16 kHz, enhanced in hops of 10 ms, mixed and levelled as asked, and
-// converted back: what lies above 8 kHz (or half the stream's rate) is not in the output.
+// converted back: what lies above 8 kHz (or half the stream's rate) is not in the output, unless the stream
+// is bypassed.
 //
 // Threads: one thread at a time for a stream. open may be called on any thread. process and the setters
 // neither allocate nor lock.
@@ -29,6 +30,7 @@ enum { kLowestRate = 8000, kHighestRate = 192000 };
 // Ten milliseconds on their way out, at 16 kHz, 160 samples each. `before` and `after` lie sample on sample.
 struct Hop {
     double time;            // of the first sample, in seconds of the stream's input; may lie before 0
+    int channel;            // Options::channel
     bool speech;            // as the detector judges the denoised hop, before mixing and levelling
     const int16_t* before;  // as it came in
     const int16_t* after;   // as it goes out
@@ -41,6 +43,8 @@ struct Options {
     double attenuation_limit = std::numeric_limits<double>::infinity();
     bool level = true;               // bring speech to an even level
     int detector_mode = 2;           // of Hop::speech: 0 misses least speech .. 3 lets least noise through
+    bool bypass = false;             // see set_bypass
+    int channel = 0;                 // anything that tells streams with one context apart
     HopObserver observer = nullptr;  // called within process for each hop; must not throw
     void* context = nullptr;         // handed to the observer
 };
@@ -55,12 +59,19 @@ void close(Stream* stream);  // null is allowed
 // In samples at the stream's rate.
 int64_t latency(const Stream* stream);
 
-// out may be in. A count below 1 does nothing.
+// out may be in. A count below 1 does nothing. In floating point full scale is 1; what lies beyond is
+// clipped, and not-a-number is silence.
 void process(Stream* stream, const int16_t* in, int16_t* out, int64_t count);
+void process(Stream* stream, const float* in, float* out, int64_t count);
 
 // From the next hop on.
 void set_attenuation_limit(Stream* stream, double limit);
 void set_level(Stream* stream, bool level);
+
+// Bypassed, a stream gives its input back, sample for sample and at its full bandwidth, as late as ever.
+// Going there and back takes a cross-fade of 10 ms. The suppressor goes on listening, so that it returns in
+// its stride.
+void set_bypass(Stream* stream, bool bypass);
 
 }  // namespace vqns_stream
 

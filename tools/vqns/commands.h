@@ -6,7 +6,8 @@
 #include <string>
 
 #include "audio_input.h"
-#include "segments.h"
+#include "segments_text.h"
+#include "vqns_channels.h"
 
 namespace vqns_tool {
 
@@ -47,6 +48,10 @@ struct InfoOptions {
     bool json = false;
 };
 void info(const InfoOptions& options);
+
+// As its namesake; fails in the name of `input_name`.
+vqns_stream::Channels open_channels(const std::string& input_name, int rate, int channels,
+                                    const vqns_stream::Options& options);
 
 // Writes to standard output, where a full disk may lie behind.
 void print_result(const std::string& text);

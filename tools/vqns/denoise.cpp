@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "audio_output.h"
-#include "channel_streams.h"
 #include "commands.h"
 #include "failure.h"
 #include "level_meter.h"
@@ -60,7 +59,8 @@ struct AlignedWriter {
     }
 };
 
-void flush(ChannelStreams& streams, AlignedWriter& writer, int64_t frames, std::vector<int16_t>& block) {
+void flush(vqns_stream::Channels& streams, AlignedWriter& writer, int64_t frames,
+           std::vector<int16_t>& block) {
     while (frames > 0) {
         const int64_t count = std::min<int64_t>(frames, kBlock);
         std::fill(block.begin(), block.end(), int16_t{0});
@@ -101,7 +101,7 @@ void denoise(const DenoiseOptions& options) {
     stream_options.observer = [](void* context, const vqns_stream::Hop& hop) {
         meter_hop(*static_cast<LevelMeter*>(context), hop);
     };
-    ChannelStreams streams = open_channels(input.name, input.rate, input.channels, stream_options);
+    vqns_stream::Channels streams = open_channels(input.name, input.rate, input.channels, stream_options);
 
     std::optional<Pictures> pictures;
     if (!options.spectrogram.empty()) {

@@ -2,7 +2,6 @@
 #include <cstdlib>
 #include <memory>
 
-#include "channel_streams.h"
 #include "commands.h"
 #include "failure.h"
 #include "vq_ns_model.h"
@@ -23,7 +22,7 @@ const char* processor_level() {
 }  // namespace
 
 void info(const InfoOptions& options) {
-    const ChannelStreams stream = open_channels("--rate", options.rate, 1, {});
+    const vqns_stream::Channels stream = open_channels("--rate", options.rate, 1, {});
     const int64_t delay = latency(stream);
     const double milliseconds = 1000.0 * static_cast<double>(delay) / options.rate;
     const long long samples = delay;

@@ -175,6 +175,15 @@ int run(int argc, char** argv) {
 
 namespace vqns_tool {
 
+vqns_stream::Channels open_channels(const std::string& input_name, int rate, int channels,
+                                    const vqns_stream::Options& options) {
+    try {
+        return vqns_stream::open_channels(rate, channels, options);
+    } catch (const std::runtime_error& error) {
+        fail(input_name, error.what());
+    }
+}
+
 void print_result(const std::string& text) {
     errno = 0;
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();

@@ -9,6 +9,7 @@ from . import framing
 from .mixer import COMMON_LEVEL
 
 POWER = .3  # of the compression
+SEGMENT = 512  # samples of a frame of the segmental signal-to-noise ratio
 EDGE = 2 * framing.HOP  # samples at either end that lack a part of the overlap
 
 
@@ -20,6 +21,7 @@ class Weights:
     keep: float = .8  # magnitude lost where there is speech
     wave: float = 0.  # mean absolute error of the samples
     sdr: float = .005  # per dB of scale-invariant signal-to-distortion ratio, up to 30 dB
+    segmental: float = 0.  # per dB of segmental signal-to-noise ratio, which a wrong level lowers too
     windows: tuple = (framing.FRAME,)  # samples; the spectral terms are averaged over them
 
 
@@ -52,6 +54,15 @@ def si_sdr(y, s):
     return 10 * torch.log10((part.square().sum(1) + 1e-4) / ((y - part).square().sum(1) + 1e-4))
 
 
+def segmental_snr(y, s):
+    """Mean over a row's frames with speech (within 40 dB of its loudest) of the signal-to-noise ratio, each in -10 to
+    35 dB."""
+    speech, error = (v.unfold(1, SEGMENT, SEGMENT // 2).square().sum(2) for v in (s, y - s))
+    heard = speech > speech.amax(1, keepdim=True) * 1e-4
+    ratio = 10 * torch.log10((speech + 1e-6) / (error + 1e-6))
+    return (ratio.clamp(-10, 35) * heard).sum(1) / heard.sum(1).clamp(min=1)
+
+
 def measure(net, noisy, clean, scale, has_speech, weights):
     """(loss, {term: value}) of a batch [piece, sample]; the last two have one value a piece."""
     y = net.denoise(noisy)
@@ -60,6 +71,6 @@ def measure(net, noisy, clean, scale, has_speech, weights):
     parts = [spectral_terms(y, s, size) for size in weights.windows]
     terms = {name: sum(p[name] for p in parts) / len(parts) for name in parts[0]}
     terms["wave"] = (y - s).abs().mean()
-    ratio = si_sdr(y, s).clamp(max=30)
-    terms["sdr"] = -(ratio * has_speech).sum() / has_speech.sum().clamp(min=1)
+    for name, ratio in (("sdr", si_sdr(y, s).clamp(max=30)), ("segmental", segmental_snr(y, s))):
+        terms[name] = -(ratio * has_speech).sum() / has_speech.sum().clamp(min=1)
     return sum(getattr(weights, name) * value for name, value in terms.items()), terms

@@ -37,9 +37,10 @@ def scores(net, batches, weights):
     result = {"loss": np.mean([float(loss) for loss, _ in mixed])}
     for term in mixed[0][1]:
         result[term] = np.mean([float(terms[term]) for _, terms in mixed])
-    result["si_sdr"] = -result.pop("sdr")
     clean = [losses.measure(net, *b, weights)[1] for b in on_device["clean"]]
-    result["clean_si_sdr"] = -np.mean([float(t["sdr"]) for t in clean])
+    for term, name in (("sdr", "si_sdr"), ("segmental", "segmental_snr")):
+        result[name] = -result.pop(term)
+        result[f"clean_{name}"] = -np.mean([float(t[term]) for t in clean])
     result["clean_level"] = float(torch.cat([level_change(net, b) for b in on_device["clean"]]).mean())
     result["noise_level"] = float(torch.cat([level_change(net, b) for b in on_device["noise"]]).mean())
     return {k: round(float(v), 5) for k, v in result.items()}

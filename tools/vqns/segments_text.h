@@ -1,20 +1,15 @@
-// segments.h - stretches of speech, and the forms in which they are written.
-#ifndef VQNS_SEGMENTS_H
-#define VQNS_SEGMENTS_H
+// segments_text.h - the forms in which stretches of speech are written.
+#ifndef VQNS_SEGMENTS_TEXT_H
+#define VQNS_SEGMENTS_TEXT_H
 
 #include <string>
 #include <vector>
 
+#include "speech_segments.h"
+
 namespace vqns_tool {
 
-struct Segment {
-    double start, end;  // seconds
-};
-
-// In order of time. Pauses shorter than min_pause are bridged first; what is then shorter than min_speech is
-// left out. Segments are cut to 0..duration.
-std::vector<Segment> tidy(const std::vector<Segment>& raw, double duration, double min_pause,
-                          double min_speech);
+using vqns_stream::Segment;
 
 enum class SegmentFormat { kText, kJson, kLabels };
 

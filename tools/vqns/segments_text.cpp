@@ -1,4 +1,4 @@
-#include "segments.h"
+#include "segments_text.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -39,23 +39,6 @@ size_t utf8_length(const std::string& s, size_t at) {
 }
 
 }  // namespace
-
-std::vector<Segment> tidy(const std::vector<Segment>& raw, double duration, double min_pause,
-                          double min_speech) {
-    constexpr double kRounding = 1e-9;
-    std::vector<Segment> joined;
-    for (Segment s : raw) {
-        s = {std::max(s.start, 0.0), std::min(s.end, duration)};
-        if (s.end <= s.start) continue;
-        if (!joined.empty() && s.start - joined.back().end < std::max(min_pause, kRounding) - kRounding) {
-            joined.back().end = std::max(joined.back().end, s.end);
-        } else {
-            joined.push_back(s);
-        }
-    }
-    std::erase_if(joined, [&](const Segment& s) { return s.end - s.start < min_speech - kRounding; });
-    return joined;
-}
 
 std::string format_segments(const std::vector<Segment>& segments, SegmentFormat format,
                             const std::string& name, double duration) {
