@@ -12,7 +12,7 @@ import torch
 
 import train
 from tests.sounds import make_pools, speech_like
-from vqns_training import losses, network, schedule, tables
+from vqns_training import losses, network, perceptual, schedule, tables
 from vqns_training.state import State
 
 
@@ -49,19 +49,57 @@ class Loss(unittest.TestCase):
             self.assertAlmostEqual(t["keep"], expected if factor < 1 else 0, delta=2e-3 * expected + 1e-6)
             self.assertAlmostEqual(t["wave"], abs(1 - factor) * np.abs(s).mean(), places=3)
             self.assertAlmostEqual(t["sdr"], -30, places=3)
+            wanted = 35 if factor == 1 else min(35, -20 * np.log10(abs(1 - factor)))
+            self.assertAlmostEqual(t["segmental"], -wanted, delta=.1)
 
     def test_noise_costs_more_the_more_there_is_in_every_window(self):
         for windows in ((480,), (256, 512, 1024, 2048)):
             before = self.terms(1, windows)
             for noise in (.01, .03, .1):
                 now = self.terms(1, windows, noise)
-                for name in ("magnitude", "complex", "wave", "sdr"):
+                for name in ("magnitude", "complex", "wave", "sdr", "segmental"):
                     self.assertGreater(now[name], before[name], (windows, noise, name))
                 before = now
         clean = speech_like(1, 1)[320:-640]
         wanted = 10 * np.log10(np.mean(clean ** 2) / .01 ** 2)
         self.assertAlmostEqual(-self.terms(1, noise=.01, has_speech=(1., 0.))["sdr"], wanted, delta=.5)
         self.assertEqual(self.terms(1, noise=.01, has_speech=(0., 0.))["sdr"], 0)
+
+
+class Perceptual(unittest.TestCase):
+    def lost(self, change, seconds=2):
+        s = torch.from_numpy(speech_like(seconds, 3)).double()[None]
+        s /= s.square().mean().sqrt()
+        y = change(s).requires_grad_()
+        lost = perceptual.disturbance(y, s)
+        lost.sum().backward()
+        self.assertTrue(y.grad.isfinite().all())
+        return float(lost)
+
+    def test_it_hears_as_people_do(self):
+        noise = torch.randn(1, 32000, generator=torch.Generator().manual_seed(1), dtype=torch.float64)
+        sharp = torch.diff(noise, prepend=noise[:, :1])
+        self.assertLess(self.lost(lambda s: s.clone()), .02)
+        self.assertLess(self.lost(lambda s: s + 1e-5 * noise), .1, "below the threshold of hearing")
+        by_noise = [self.lost(lambda s, k=k: s + k * noise) for k in (.003, .01, .03, .1, .3)]
+        self.assertEqual(by_noise, sorted(by_noise))
+        self.assertGreater(by_noise[-1], 2)
+        self.assertLess(by_noise[-1], 4.5 * (1 + .309))
+        added, taken = (self.lost(lambda s, k=k: s * k) for k in (4, .25))
+        self.assertGreater(added, 1.3 * taken, "what is added disturbs more")
+        self.assertGreater(taken, .5)
+        self.assertGreater(self.lost(lambda s: s * 0 + 1e-9), taken)
+        self.assertNotAlmostEqual(self.lost(lambda s: s + .03 * sharp), by_noise[2], places=1)
+
+    def test_loudness_of_tones(self):
+        """By definition 1 kHz at 40 dB has one sone, and 10 dB more are twice as loud."""
+        t = torch.arange(16000, dtype=torch.float64) / 16000
+        tone = 2 ** .5 * torch.sin(2 * torch.pi * 1000 * t)[None]
+        sones = [float(perceptual.loudness(perceptual.intensities(tone) * 10 ** (db / 10)).sum(-1).mean())
+                 / perceptual.BANDS_A_BARK for db in (40, 60, 70, 80)]
+        self.assertAlmostEqual(sones[0], 1, delta=.1)
+        for quiet, loud in zip(sones[1:], sones[2:]):
+            self.assertAlmostEqual(loud / quiet, 2, delta=.35)
 
 
 class Running(unittest.TestCase):
