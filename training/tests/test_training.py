@@ -91,6 +91,19 @@ class Perceptual(unittest.TestCase):
         self.assertGreater(self.lost(lambda s: s * 0 + 1e-9), taken)
         self.assertNotAlmostEqual(self.lost(lambda s: s + .03 * sharp), by_noise[2], places=1)
 
+    def test_the_loss_plays_every_piece_at_one_level(self):
+        clean = torch.from_numpy(np.stack([speech_like(2, 3)] * 2)) * torch.tensor([[1.], [.1]])
+        level = clean.square().mean(1).sqrt()
+        noisy = clean + .1 * level[:, None] * torch.randn(32000, generator=torch.Generator().manual_seed(2))
+        one = torch.ones(1)
+        with torch.no_grad():
+            lost = [float(losses.measure(Gain(1), *(v[i:i + 1] for v in (noisy, clean, losses.COMMON_LEVEL / level)), one,
+                                         losses.Weights())[1]["perceptual"]) for i in range(2)]
+            inner = slice(losses.EDGE, 32000 - 320 - losses.EDGE)
+            wanted = float(perceptual.disturbance(*((v / level[:, None])[:1, inner] for v in (noisy, clean))))
+        for value in lost:
+            self.assertAlmostEqual(value, wanted, delta=1e-3)
+
     def test_loudness_of_tones(self):
         """By definition 1 kHz at 40 dB has one sone, and 10 dB more are twice as loud."""
         t = torch.arange(16000, dtype=torch.float64) / 16000

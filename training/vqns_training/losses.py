@@ -68,13 +68,13 @@ def measure(net, noisy, clean, scale, has_speech, weights):
     """(loss, {term: value}) of a batch [piece, sample]; the last two have one value a piece."""
     y = net.denoise(noisy)
     inner = slice(EDGE, y.shape[1] - EDGE)
-    y, s = (v[:, inner] * (scale / COMMON_LEVEL)[:, None] for v in (y, clean[:, :y.shape[1]]))
+    y, s = (v[:, inner] * (scale / COMMON_LEVEL)[:, None] for v in (y, clean[:, :y.shape[1]]))  # speech has level 1
     parts = [spectral_terms(y, s, size) for size in weights.windows]
     terms = {name: sum(p[name] for p in parts) / len(parts) for name in parts[0]}
     terms["wave"] = (y - s).abs().mean()
     for name, ratio in (("sdr", si_sdr(y, s).clamp(max=30)), ("segmental", segmental_snr(y, s))):
         terms[name] = -(ratio * has_speech).sum() / has_speech.sum().clamp(min=1)
     if weights.perceptual or not torch.is_grad_enabled():
-        lost = perceptual.disturbance(y / COMMON_LEVEL, s / COMMON_LEVEL)
+        lost = perceptual.disturbance(y, s)
         terms["perceptual"] = (lost * has_speech).sum() / has_speech.sum().clamp(min=1)
     return sum(getattr(weights, name) * value for name, value in terms.items()), terms
