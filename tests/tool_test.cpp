@@ -385,6 +385,10 @@ TEST_F(Tool, MakesRealSpeechCleanerAndSaysSo) {
         // The same from the files, by the pieces that the detector tells.
         const Result vad = run({"vad", in, "--format", "json", "--min-pause", "0", "--min-speech", "0"});
         const Json segments = parse_json(vad.out)["segments"];
+        for (size_t i = 1; i < segments.elements.size(); ++i) {
+            EXPECT_GT(segments.elements[i]["start"].number, segments.elements[i - 1]["end"].number + 0.005);
+        }
+        EXPECT_GE(segments.elements.size(), 3u);
         const Pcm before = load(in).samples, after = load(at("out.wav")).samples;
         EXPECT_NEAR(level_db(before, segments, true), speech[0], 0.3) << name;
         EXPECT_NEAR(level_db(after, segments, true), speech[1], 0.3) << name;
@@ -507,6 +511,11 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
     write_text(at("words.wav"), std::string(5000, 'w'));
     write_text(at("old.wav"), "an older result");
     save(at("slow.wav"), tones(4000, 1, 0.5));
+    Sound noise = tones(64000, 1, 6);
+    std::mt19937 random(1);
+    for (int16_t& x : noise.samples) x = static_cast<int16_t>(random() % 20000);
+    save(at("wide.wav"), noise);
+    save(at("nine.wav"), tones(8000, 9, 0.1));
     fs::create_symlink("good.wav", folder / "link.wav");
     fs::create_hard_link(folder / "good.wav", folder / "hard.wav");
     fs::create_directory(folder / "folder");
@@ -556,6 +565,16 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
         {{"denoise", good, old, "--spectrogram", at("nowhere/a.png")}, 1, "a.png: No such file"},
         {{"denoise", "-", old, "--rate", "16000"}, 1, "standard input: is empty"},
         {{"denoise", good, "/dev/full"}, 1, "/dev/full: No space left"},
+        {{"report", good}, 2, "--output"},
+        {{"report", "-", "-o", old}, 2, "--rate"},
+        {{"report", good, "-o", old, "--size-limit", "0"}, 2, "--size-limit"},
+        {{"report", good, "-o", at("link.wav")}, 1, "link.wav: is the input"},
+        {{"report", good, "-o", at("folder")}, 1, "folder: is a directory"},
+        {{"report", at("cut.flac"), "-o", old}, 1, "cut.flac: is truncated"},
+        {{"report", at("nine.wav"), "-o", old}, 1, "do not take 9 channels at 8000 Hz"},
+        {{"report", at("wide.wav"), "-o", old, "--size-limit", "1"}, 1, "wide.wav: a page with 6 s"},
+        {{"report", "-", "-o", old, "--rate", "16000"}, 1, "standard input: is empty"},
+        {{"report", good, "-o", "/dev/full"}, 1, "/dev/full: No space left"},
     };
     for (const auto& c : cases) {
         std::string call;
@@ -602,6 +621,13 @@ TEST_F(Tool, FullDiskIsNoticedWhateverTheFormat) {
         run({"denoise", "-q", in, at("a.wav"), "--spectrogram", at("a.png")}, "", "", enough_for_the_sound);
     EXPECT_EQ(picture.err, "vqns: " + at("a.png") + ": File too large\n");
     EXPECT_EQ(files(), Arguments{});
+
+    for (const auto& [limit, culprit] : {std::pair<rlim_t, std::string>{3 * 1024, "a temporary file"},
+                                         {enough_for_the_sound, at("a.html")}}) {
+        const Result page = run({"report", "-q", in, "-o", at("a.html")}, "", "", limit);
+        EXPECT_EQ(page.err, "vqns: " + culprit + ": File too large\n");
+        EXPECT_EQ(files(), Arguments{});
+    }
 
     for (const Arguments& arguments :
          {Arguments{"denoise", "-q", in, "-"}, {"vad", "-q", kSample}, {"info"}}) {
@@ -740,7 +766,7 @@ TEST_F(Tool, InfoTellsTheDelay) {
         }
         EXPECT_EQ(run({"--version"}).out, "vqns " + json["version"].text + "\n");
     }
-    for (const char* command : {"denoise", "vad", "resample", "info"}) {
+    for (const char* command : {"denoise", "report", "vad", "resample", "info"}) {
         EXPECT_NE(run({"--help"}).out.find(command), std::string::npos);
         EXPECT_NE(run({command, "--help"}).out.find(std::string("Usage: vqns ") + command),
                   std::string::npos);
@@ -823,6 +849,70 @@ TEST_F(Tool, SpectrogramShowsSoundWhereItIs) {
     EXPECT_GT(after, 5) << "speech is left";
     EXPECT_GT(noisy.mean_light(0, 0, 1280, 40), 200) << "paper";
     EXPECT_LT(noisy.mean_light(0, 815, 1280, 60), 254) << "an axis";
+}
+
+// Elements open and close in order, attributes have quotes, and every name of an element is there once.
+void expect_well_formed(const std::string& page) {
+    const std::string empty[] = {"!DOCTYPE", "meta", "link", "img", "input"};
+    std::vector<std::string> open;
+    std::map<std::string, int> ids;
+    for (size_t at = 0; (at = page.find('<', at)) != std::string::npos;) {
+        const size_t end = page.find('>', at);
+        ASSERT_NE(end, std::string::npos);
+        const std::string tag = page.substr(at + 1, end - at - 1),
+                          name = tag.substr(0, tag.find_first_of(" /", 1));
+        EXPECT_EQ(std::count(tag.begin(), tag.end(), '"') % 2, 0) << tag.substr(0, 80);
+        const size_t id = tag.find(" id=\"");
+        if (id != std::string::npos) ++ids[tag.substr(id + 5, tag.find('"', id + 5) - id - 5)];
+        if (tag[0] == '/') {
+            ASSERT_FALSE(open.empty());
+            EXPECT_EQ(tag.substr(1), open.back()) << page.substr(at, 80);
+            open.pop_back();
+        } else if (tag.back() != '/' &&
+                   std::find(std::begin(empty), std::end(empty), name) == std::end(empty)) {
+            open.push_back(name);
+        }
+        const bool raw = tag == "style" || tag == "script";
+        at = raw ? page.find("</" + tag, end) : end;
+    }
+    EXPECT_EQ(open, Arguments{});
+    for (const auto& [id, count] : ids) EXPECT_EQ(count, 1) << id;
+    EXPECT_GE(ids.size(), 10u);
+}
+
+TEST_F(Tool, ReportIsAWholePageOfAnything) {
+    // In a folder, whose name does not belong on the page.
+    fs::create_directory(folder / "<script>");
+    const std::string in = at("<script>/\xff\n\xc2\x9b<i>\"'&amp;{{style}}.wav");
+    const std::string mark = "\xef\xbf\xbd";
+    const std::string name = mark + mark + mark + "&lt;i&gt;&quot;&#39;&amp;amp;{{style}}.wav";
+    const int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    struct {
+        Sound sound;
+        const char* shown;
+    } const cases[] = {{{8000, 1, format, Pcm(1, 1000)}, "0.00 s, 8000 Hz, 1 channel."},
+                       {{192000, 2, format, Pcm(2 * 19200)}, "<td>digital silence</td>"},
+                       {tones(44100, 6, 0.5), "0.50 s, 44100 Hz, 6 channels. "}};
+    for (const auto& c : cases) {
+        save(in, c.sound);
+        const Result result = run({"report", "-q", in, "-o", at("a.html"), "--attenuation-limit", "9"});
+        ASSERT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.err, "");
+        const std::string page = contents(at("a.html"));
+        expect_well_formed(page);
+        EXPECT_NE(page.find("<title>" + name + "</title>"), std::string::npos);
+        EXPECT_NE(page.find(c.shown), std::string::npos) << c.shown;
+        EXPECT_NE(page.find("<dd>9 dB</dd>"), std::string::npos);
+        EXPECT_EQ(page.find("<script>"), page.rfind("<script>"));
+        for (const char* wrong : {"nan", "inf%", ">inf", "-inf", "\"inf"}) {
+            // Outside of what is coded in base64.
+            EXPECT_EQ(page.find(wrong, page.rfind(";base64,")), std::string::npos) << wrong;
+        }
+    }
+    const Result piped = run({"report", "-", "-o", at("b.html"), "--rate", "8000", "--channels", "2"},
+                             raw(tones(8000, 2, 0.4).samples));
+    EXPECT_NE(piped.err.find("sound as FLAC"), std::string::npos) << piped.err;
+    EXPECT_NE(contents(at("b.html")).find("<title>standard input</title>"), std::string::npos);
 }
 
 TEST_F(Tool, BarAppearsOnATerminalAlone) {

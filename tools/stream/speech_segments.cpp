@@ -33,7 +33,7 @@ std::vector<Segment> tidy(const std::vector<Segment>& raw, double duration, doub
     for (Segment s : raw) {
         s = {std::max(s.start, 0.0), std::min(s.end, duration)};
         if (s.end <= s.start) continue;
-        if (!joined.empty() && s.start - joined.back().end < std::max(min_pause, kRounding) - kRounding) {
+        if (!joined.empty() && s.start - joined.back().end < std::max(min_pause - kRounding, kRounding)) {
             joined.back().end = std::max(joined.back().end, s.end);
         } else {
             joined.push_back(s);

@@ -147,10 +147,9 @@ void check_length(const AudioOutput& output) {
 }  // namespace
 
 void open_output(AudioOutput& output, const std::string& path, const AudioInput& input, int rate) {
-    output.name = path;
-    output.channels = input.channels;
     if (path == "-") {
         open_raw(output);
+        output.channels = input.channels;
         return;
     }
     SF_INFO info = {};
@@ -161,15 +160,21 @@ void open_output(AudioOutput& output, const std::string& path, const AudioInput&
         fail(path, "no sound format of that name holds " + std::to_string(info.channels) + " channels at " +
                        std::to_string(rate) + " Hz");
     }
-    output.format = info.format;
     open_replaced(output.replaced, path);
-    output.file.reset(sf_open_fd(release_descriptor(output.replaced), SFM_WRITE, &info, SF_TRUE));
-    if (!output.file) fail(path, sound_reason(sf_strerror(nullptr)));
+    open_output(output, path, release_descriptor(output.replaced), info);
+    copy_texts(input.file.get(), output.file.get());
+}
+
+void open_output(AudioOutput& output, const std::string& name, int descriptor, SF_INFO info) {
+    output.name = name;
+    output.channels = info.channels;
+    output.format = info.format;
+    output.file.reset(sf_open_fd(descriptor, SFM_WRITE, &info, SF_TRUE));
+    if (!output.file) fail(name, sound_reason(sf_strerror(nullptr)));
     sf_command(output.file.get(), SFC_SET_SCALE_INT_FLOAT_WRITE, nullptr, SF_TRUE);
     sf_command(output.file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
     // The peak chunk would hold the time of day.
     sf_command(output.file.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
-    copy_texts(input.file.get(), output.file.get());
 }
 
 void write_frames(AudioOutput& output, const int16_t* frames, int64_t count) {

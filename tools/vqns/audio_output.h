@@ -26,6 +26,10 @@ struct AudioOutput {
 // format where the container can hold it; texts such as title and artist are copied. Throws Failure.
 void open_output(AudioOutput& output, const std::string& path, const AudioInput& input, int rate);
 
+// Opens a file in the format that `info` says on a descriptor, which the output takes over. `name` is for
+// messages.
+void open_output(AudioOutput& output, const std::string& name, int descriptor, SF_INFO info);
+
 // Writes all frames, to standard output without delay.
 void write_frames(AudioOutput& output, const int16_t* frames, int64_t count);
 

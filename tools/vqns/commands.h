@@ -2,26 +2,27 @@
 #ifndef VQNS_COMMANDS_H
 #define VQNS_COMMANDS_H
 
-#include <limits>
 #include <string>
 
 #include "audio_input.h"
+#include "denoising.h"
 #include "segments_text.h"
 #include "vqns_channels.h"
 
 namespace vqns_tool {
 
-struct DenoiseOptions {
-    std::string in, out;
-    RawFormat raw;
-    double attenuation_limit = std::numeric_limits<double>::infinity();  // dB
-    bool level = true;
+struct DenoiseOptions : DenoisingOptions {
+    std::string out;
     bool constant_delay = false;  // raw output only: lead-in silence instead of alignment
-    bool accept_truncated = false;
-    bool quiet = false;
-    std::string spectrogram;  // PNG to write; empty: none
+    std::string spectrogram;      // PNG to write; empty: none
 };
 void denoise(const DenoiseOptions& options);
+
+struct ReportOptions : DenoisingOptions {
+    std::string out;
+    double size_limit = 32;  // MB
+};
+void report(const ReportOptions& options);
 
 struct VadOptions {
     std::string in;

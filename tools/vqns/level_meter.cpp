@@ -1,10 +1,10 @@
 #include "level_meter.h"
 
 #include <cmath>
-#include <cstdio>
 #include <limits>
 
 #include "stream_timing.h"
+#include "text.h"
 
 namespace vqns_tool {
 namespace {
@@ -21,13 +21,6 @@ double energy(const int16_t* samples) {
 double level(double sum, int64_t hops) {
     if (hops < 1 || sum <= 0) return -std::numeric_limits<double>::infinity();
     return 10 * std::log10(sum / static_cast<double>(hops * kHopSize) / (32768.0 * 32768.0));
-}
-
-std::string dbfs(double value) {
-    if (std::isinf(value)) return "digital silence";
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f dBFS", value);
-    return text;
 }
 
 }  // namespace
@@ -49,15 +42,21 @@ double level_after(const LevelMeter::Sum& sum) {
     return level(sum.after, sum.hops);
 }
 
+std::string dbfs(double level) {
+    return std::isinf(level) ? "digital silence" : print("%.1f dBFS", level);
+}
+
+std::string describe_change(const LevelMeter::Sum& sum) {
+    const double before = level_before(sum), after = level_after(sum);
+    if (std::isinf(before) || std::isinf(after)) return "";
+    return print("%.1f dB %s", std::abs(after - before), after < before ? "quieter" : "louder");
+}
+
 std::string describe(const LevelMeter::Sum& sum) {
     if (sum.hops == 0) return "none found";
-    const double before = level_before(sum), after = level_after(sum);
-    std::string text = dbfs(before) + " before, " + dbfs(after) + " after";
-    if (std::isinf(before) || std::isinf(after)) return text;
-    char change[48];
-    std::snprintf(change, sizeof change, " (%.1f dB %s)", std::abs(after - before),
-                  after < before ? "quieter" : "louder");
-    return text + change;
+    const std::string change = describe_change(sum);
+    return dbfs(level_before(sum)) + " before, " + dbfs(level_after(sum)) + " after" +
+           (change.empty() ? "" : " (" + change + ")");
 }
 
 }  // namespace vqns_tool

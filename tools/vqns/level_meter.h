@@ -26,6 +26,11 @@ void meter_hop(LevelMeter& meter, const vqns_stream::Hop& hop);
 double level_before(const LevelMeter::Sum& sum);
 double level_after(const LevelMeter::Sum& sum);
 
+std::string dbfs(double level);  // "-41.2 dBFS", "digital silence"
+
+// "21.8 dB quieter"; empty where one of them is silence.
+std::string describe_change(const LevelMeter::Sum& sum);
+
 // One line: "-41.2 dBFS before, -63.0 dBFS after (21.8 dB quieter)".
 std::string describe(const LevelMeter::Sum& sum);
 

@@ -1,28 +1,49 @@
 #include "picture.h"
 
 #include <png.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <memory>
-
-#include "failure.h"
+#include <algorithm>
+#include <new>
+#include <stdexcept>
 
 namespace vqns_tool {
 namespace {
 
-struct Writer {
-    std::FILE* file;
-    int error = 0;
+struct Rows {
+    std::vector<Colour> palette;
+    std::vector<uint8_t> indices;  // a pixel each
 };
 
-void write_bytes(png_structp png, png_bytep data, size_t count) {
-    auto* writer = static_cast<Writer*>(png_get_io_ptr(png));
-    errno = 0;
-    if (std::fwrite(data, 1, count, writer->file) == count) return;
-    writer->error = errno;
-    png_error(png, "write");
+uint32_t packed(Colour c) {
+    return static_cast<uint32_t>(c.red << 16 | c.green << 8 | c.blue);
+}
+
+Rows rows_of(const Picture& picture) {
+    Rows rows;
+    std::vector<uint32_t> known(picture.pixels.size());
+    std::transform(picture.pixels.begin(), picture.pixels.end(), known.begin(), packed);
+    std::sort(known.begin(), known.end());
+    known.erase(std::unique(known.begin(), known.end()), known.end());
+    if (known.size() > PNG_MAX_PALETTE_LENGTH) throw std::logic_error("a picture of too many colours");
+    for (const uint32_t c : known) {
+        rows.palette.push_back(
+            {static_cast<uint8_t>(c >> 16), static_cast<uint8_t>(c >> 8), static_cast<uint8_t>(c)});
+    }
+    for (const Colour c : picture.pixels) {
+        const auto place = std::lower_bound(known.begin(), known.end(), packed(c));
+        rows.indices.push_back(static_cast<uint8_t>(place - known.begin()));
+    }
+    return rows;
+}
+
+void append_bytes(png_structp png, png_bytep data, size_t count) {
+    bool appended = true;
+    try {
+        static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<const char*>(data), count);
+    } catch (const std::bad_alloc&) {
+        appended = false;
+    }
+    if (!appended) png_error(png, "memory");
 }
 
 void flush_bytes(png_structp) {}
@@ -33,16 +54,16 @@ void flush_bytes(png_structp) {}
 }
 
 // Leaves by a long jump; nothing on the way there has a destructor.
-bool write_rows(png_structp png, png_infop info, const Picture& picture) {
+bool write_rows(png_structp png, png_infop info, const Picture& picture, const Rows& rows) {
     if (setjmp(png_jmpbuf(png)) != 0) return false;
-    png_set_IHDR(png, info, static_cast<png_uint_32>(picture.width), static_cast<png_uint_32>(picture.height),
-                 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
+    const auto width = static_cast<png_uint_32>(picture.width);
+    const auto height = static_cast<png_uint_32>(picture.height);
+    png_set_IHDR(png, info, width, height, 8, PNG_COLOR_TYPE_PALETTE, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_set_PLTE(png, info, reinterpret_cast<png_const_colorp>(rows.palette.data()),
+                 static_cast<int>(rows.palette.size()));
     png_write_info(png, info);
-    for (int y = 0; y < picture.height; ++y) {
-        const Colour* row = picture.pixels.data() + static_cast<ptrdiff_t>(y) * picture.width;
-        png_write_row(png, reinterpret_cast<png_const_bytep>(row));
-    }
+    for (size_t y = 0; y < height; ++y) png_write_row(png, rows.indices.data() + y * width);
     png_write_end(png, info);
     return true;
 }
@@ -78,24 +99,20 @@ void draw_text(Picture& picture, int x, int y, const std::string& text, int scal
     }
 }
 
-void write_png(ReplacedFile& file, const Picture& picture) {
-    static_assert(sizeof(Colour) == 3);
-    Writer writer = {fdopen(release_descriptor(file), "wb")};
-    if (writer.file == nullptr) fail(file.name, system_reason(errno));
+std::string png_of(const Picture& picture) {
+    static_assert(sizeof(Colour) == 3 && sizeof(png_color) == 3);
+    const Rows rows = rows_of(picture);
+    std::string bytes;
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, leave, nullptr);
     png_infop info = png == nullptr ? nullptr : png_create_info_struct(png);
     bool written = false;
     if (info != nullptr) {
-        png_set_write_fn(png, &writer, write_bytes, flush_bytes);
-        written = write_rows(png, info, picture);
+        png_set_write_fn(png, &bytes, append_bytes, flush_bytes);
+        written = write_rows(png, info, picture, rows);
     }
     png_destroy_write_struct(&png, &info);
-    errno = 0;
-    const bool closed = std::fclose(writer.file) == 0;
-    if (!closed && writer.error == 0) writer.error = errno;
-    if (!written || !closed) {
-        fail(file.name, writer.error != 0 ? system_reason(writer.error) : "the picture cannot be written");
-    }
+    if (!written) throw std::bad_alloc();
+    return bytes;
 }
 
 }  // namespace vqns_tool

@@ -1,12 +1,10 @@
-// picture.h - a canvas of 8-bit RGB pixels, text on it, and its way into a PNG file.
+// picture.h - a canvas of 8-bit RGB pixels, text on it, and a PNG file of it.
 #ifndef VQNS_PICTURE_H
 #define VQNS_PICTURE_H
 
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "replace_file.h"
 
 namespace vqns_tool {
 
@@ -35,8 +33,8 @@ void draw_text(Picture& picture, int x, int y, const std::string& text, int scal
 // 7 rows of 5 dots, the leftmost dot in bit 4. A blank for characters that have no glyph.
 const uint8_t* glyph(char c);
 
-// Completes the file under its temporary name. Throws Failure.
-void write_png(ReplacedFile& file, const Picture& picture);
+// A PNG file with a palette: of a picture of 256 colours at most.
+std::string png_of(const Picture& picture);
 
 }  // namespace vqns_tool
 

@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "failure.h"
+#include "resampler.h"
 #include "vq_ns.h"
 #include "vqns_stream.h"
 
@@ -64,10 +65,7 @@ void check_raw(const std::string& in, RawFormat& raw, const char* rate_name) {
     if (raw.channels == 0) raw.channels = 1;
 }
 
-void add_denoise(CLI::App& app, DenoiseOptions& options) {
-    CLI::App& command = *app.add_subcommand("denoise", "Take the noise out of speech");
-    add_common_options(command, options.in, options.accept_truncated, options.quiet);
-    add_output(command, options.out);
+void add_denoising_options(CLI::App& command, DenoisingOptions& options) {
     add_raw_options(command, options.raw, "--rate");
     command
         .add_option("--attenuation-limit", options.attenuation_limit,
@@ -75,6 +73,13 @@ void add_denoise(CLI::App& app, DenoiseOptions& options) {
         ->type_name("DB")
         ->check(between(0, 1000));
     command.add_flag("--level,!--no-level", options.level, "Bring speech to an even level (default: yes)");
+}
+
+void add_denoise(CLI::App& app, DenoiseOptions& options) {
+    CLI::App& command = *app.add_subcommand("denoise", "Take the noise out of speech");
+    add_common_options(command, options.in, options.accept_truncated, options.quiet);
+    add_output(command, options.out);
+    add_denoising_options(command, options);
     command.add_flag("--constant-delay", options.constant_delay,
                      "For raw output: a frame for every frame read, beginning with silence, and no flush");
     command
@@ -86,6 +91,23 @@ void add_denoise(CLI::App& app, DenoiseOptions& options) {
             throw CLI::ValidationError("--constant-delay goes with raw PCM on standard output");
         }
         denoise(options);
+    });
+}
+
+void add_report(CLI::App& app, ReportOptions& options) {
+    CLI::App& command =
+        *app.add_subcommand("report", "Show a recording before and after in one page for a browser");
+    add_common_options(command, options.in, options.accept_truncated, options.quiet);
+    command.add_option("-o,--output", options.out, "HTML file to write")->type_name("HTML")->required();
+    add_denoising_options(command, options);
+    command
+        .add_option("--size-limit", options.size_limit,
+                    "Largest page (default 32); sound is coded as MP3 where it would take more as FLAC")
+        ->type_name("MB")
+        ->check(between(1, 1000));
+    command.callback([&options] {
+        check_raw(options.in, options.raw, "--rate");
+        report(options);
     });
 }
 
@@ -125,7 +147,7 @@ void add_resample(CLI::App& app, ResampleOptions& options) {
     add_output(command, options.out);
     command.add_option("--rate", options.rate, "New sampling rate, in Hz")
         ->type_name("HZ")
-        ->check(between(1000, 768000))
+        ->check(between(vqns_stream::kLowestNewRate, vqns_stream::kHighestNewRate))
         ->required();
     add_raw_options(command, options.raw, "--input-rate");
     command.callback([&options] {
@@ -143,7 +165,7 @@ void add_info(CLI::App& app, InfoOptions& options) {
     command.callback([&options] { info(options); });
 }
 
-int report(int status, const std::string& reason) {
+int give_up(int status, const std::string& reason) {
     std::fprintf(stderr, "vqns: %s\n", reason.c_str());
     return status;
 }
@@ -153,10 +175,12 @@ int run(int argc, char** argv) {
     app.set_version_flag("--version,-V", std::string("vqns ") + vqns_version());
     app.require_subcommand(0, 1);
     DenoiseOptions denoise_options;
+    ReportOptions report_options;
     VadOptions vad_options;
     ResampleOptions resample_options;
     InfoOptions info_options;
     add_denoise(app, denoise_options);
+    add_report(app, report_options);
     std::string vad_format = "text";
     add_vad(app, vad_options, vad_format);
     add_resample(app, resample_options);
@@ -166,7 +190,7 @@ int run(int argc, char** argv) {
         if (app.get_subcommands().empty()) throw CLI::RequiredError("A subcommand");
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(error);
-        return report(kMisused, std::string(error.what()) + " (see vqns --help)");
+        return give_up(kMisused, std::string(error.what()) + " (see vqns --help)");
     }
     return 0;
 }
@@ -197,8 +221,8 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const std::bad_alloc&) {
-        return report(kFailed, "out of memory");
+        return give_up(kFailed, "out of memory");
     } catch (const std::exception& error) {
-        return report(kFailed, error.what());
+        return give_up(kFailed, error.what());
     }
 }

@@ -30,11 +30,13 @@ void remove_and_die(int signal) {
     raise(signal);
 }
 
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
 void watch_signals() {
     static bool watching = false;
     if (watching) return;
     watching = true;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : kSignals) {
         struct sigaction action = {};
         sigaction(signal, nullptr, &action);
         if (action.sa_handler == SIG_IGN) continue;  // as under nohup
@@ -57,6 +59,20 @@ void forget(const std::string& path) {
     for (int i = 0; i < kMostTemporaries; ++i) {
         if (in_use[i] != 0 && path == temporaries[i]) in_use[i] = 0;
     }
+}
+
+// mkstemp, and remember what it made before a signal can come.
+int make_temporary(std::string& pattern) {
+    sigset_t held, before;
+    sigemptyset(&held);
+    for (const int signal : kSignals) sigaddset(&held, signal);
+    sigprocmask(SIG_BLOCK, &held, &before);
+    const int descriptor = mkstemp(pattern.data());
+    const int error = errno;
+    if (descriptor >= 0) remember(pattern);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return descriptor;
 }
 
 std::string resolved(const std::string& name) {
@@ -97,10 +113,9 @@ void open_replaced(ReplacedFile& file, const std::string& name) {
     const std::filesystem::path place(file.place);
     std::string pattern = (place.parent_path() / ".").string();
     pattern.append(place.filename().string()).append(".XXXXXX");
-    file.descriptor = mkstemp(pattern.data());
+    file.descriptor = make_temporary(pattern);
     if (file.descriptor < 0) fail(name, system_reason(errno));
     file.temporary = pattern;
-    remember(pattern);
     fchmod(file.descriptor, permissions_for(file.place));
 }
 
@@ -110,7 +125,19 @@ int release_descriptor(ReplacedFile& file) {
     return descriptor;
 }
 
+void write_bytes(ReplacedFile& file, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t n = write(file.descriptor, bytes.data(), bytes.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) fail(file.name, system_reason(errno));
+        bytes.remove_prefix(static_cast<size_t>(n));
+    }
+}
+
 void commit(ReplacedFile& file) {
+    if (file.descriptor >= 0 && close(release_descriptor(file)) != 0) {
+        fail(file.name, system_reason(errno));
+    }
     if (file.temporary.empty()) return;
     if (rename(file.temporary.c_str(), file.place.c_str()) != 0) fail(file.name, system_reason(errno));
     forget(file.temporary);

@@ -3,6 +3,7 @@
 #define VQNS_REPLACE_FILE_H
 
 #include <string>
+#include <string_view>
 
 namespace vqns_tool {
 
@@ -27,7 +28,10 @@ void open_replaced(ReplacedFile& file, const std::string& name);
 // Hands the descriptor to a new owner, who closes it.
 int release_descriptor(ReplacedFile& file);
 
-// Puts the file in its place. The descriptor is closed by then.
+// Adds bytes at the end. Throws Failure.
+void write_bytes(ReplacedFile& file, std::string_view bytes);
+
+// Puts the file in its place, closed. Throws Failure.
 void commit(ReplacedFile& file);
 
 // Whether two names mean the same file, through whatever links.

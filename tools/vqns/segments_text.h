@@ -18,9 +18,6 @@ enum class SegmentFormat { kText, kJson, kLabels };
 std::string format_segments(const std::vector<Segment>& segments, SegmentFormat format,
                             const std::string& name, double duration);
 
-// As a JSON string, quotes included. Bytes that are not UTF-8 become U+FFFD.
-std::string json_string(const std::string& text);
-
 }  // namespace vqns_tool
 
 #endif
