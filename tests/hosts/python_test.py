@@ -212,6 +212,7 @@ class Module(unittest.TestCase):
                           capture_output=True).returncode != 0:
             self.skipTest("python3 -m venv does not work (Debian package python3-venv)")
         environment = {k: v for k, v in os.environ.items() if not k.startswith(("PIP_", "PYTHON"))}
+        environment["PYTHONDONTWRITEBYTECODE"] = "1"
         if shutil.which("ccache"):
             environment |= {f"CMAKE_{language}_COMPILER_LAUNCHER": "ccache" for language in ("C", "CXX")}
         alone = ["unshare", "--map-root-user", "--net"]  # where that is allowed there is not even a network
