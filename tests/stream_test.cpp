@@ -209,6 +209,25 @@ TEST(Stream, LevelsAsTheEngineDoes) {
     vqns_stream::set_level(switched.stream.get(), false);
     const Pcm start(in.begin(), in.begin() + 16000);
     EXPECT_EQ(switched.run(start, {160}), plain_stream.run(start, {160}));
+
+    // In the middle it fades across one hop.
+    const Pcm middle(in.begin() + 16000, in.begin() + 32000), rest(in.begin() + 32000, in.begin() + 32480);
+    Stream stays(16000, plain());
+    stays.run(start, {160});
+    plain_stream.run(middle, {160});
+    for (Stream* s : {&stays, &switched}) {
+        vqns_stream::set_level(s->stream.get(), true);
+        s->run(middle, {160});
+    }
+    vqns_stream::set_level(switched.stream.get(), false);
+    const Pcm with = stays.run(rest, {160}), without = plain_stream.run(rest, {160}),
+              fading = switched.run(rest, {160});
+    EXPECT_GT(std::abs(with[200] - without[200]), 30) << "something to fade";
+    const size_t lead = 799 - 4 * 160;  // of the hop that is due, which the last block has begun
+    for (size_t i = lead; i < rest.size(); ++i) {
+        const double share = i < lead + 160 ? 1 - (static_cast<double>(i - lead) + 1) / 160 : 0;
+        ASSERT_NEAR(fading[i], without[i] + share * (with[i] - without[i]), 1) << i;
+    }
 }
 
 struct Seen {

@@ -130,6 +130,14 @@ class Module(unittest.TestCase):
             self.same(out[:half - late], untouched)
             self.assertFalse(np.array_equal(x[:half], out[:half]))
             self.same(out[half + 160:], x[half + 160:])  # at 16 kHz nothing is left to do
+        stream = vqns.Stream(16000, level=False)
+        out = [stream.process(x[:half])]
+        stream.attenuation_limit = 0
+        out = np.concatenate([*out, stream.process(x[half:])])[late:].astype(float)
+        wet, hop = vqns.denoise(x, 16000, level=False).astype(float), slice(half - 640, half - 480)
+        faded = wet[hop] + np.arange(1, 161) / 160 * (x[hop] - wet[hop])
+        self.assertLessEqual(np.abs(out[hop] - faded).max(), 1, "the new limit comes in across one hop")
+        self.same(out[:hop.start], wet[:hop.start])
         loud = np.full(4000, 2.5, np.float32)
         self.same(vqns.Stream(48000, bypass=True).process(loud)[hosts.latency(48000) + 480:][:9], loud[:9])
 

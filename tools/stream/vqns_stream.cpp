@@ -30,7 +30,9 @@ struct Stream {
     }
 
     Options options;
-    float dry_share = 0;
+    float dry_share = 0;        // of the input in the output, as set
+    float dry_share_heard = 0;  // at the end of the last hop
+    bool level_heard = false;   // in the last hop
     RateChange to_engine, from_engine;
     Timing timing = {};
     std::unique_ptr<vq_ns_data, Free> engine;
@@ -80,12 +82,24 @@ void prepare_speech_stages(Stream& s) {
     if (TarvikGmmVad_api_Init(&s.detector, detection) != 0) throw std::bad_alloc();
 }
 
-// Leaves a share of the input in, so that nothing is turned down below it.
-void mix(int16_t* wet, const int16_t* dry, float dry_share) {
+// Adds `other` to a hop, in a share that goes in a straight line from `from` to `to`.
+void mix(int16_t* hop, const int16_t* other, float from, float to) {
     for (int i = 0; i < kHopSize; ++i) {
-        const auto e = static_cast<float>(wet[i]);
-        wet[i] = static_cast<int16_t>(std::lrint(e + dry_share * (static_cast<float>(dry[i]) - e)));
+        const float share = from == to ? to : from + (to - from) * static_cast<float>(i + 1) / kHopSize;
+        const auto own = static_cast<float>(hop[i]);
+        hop[i] = static_cast<int16_t>(std::lrint(own + share * (static_cast<float>(other[i]) - own)));
     }
+}
+
+// Brings the hop to level, if that is asked for; by and by where that has just changed.
+void level_hop(Stream& s, int16_t* hop) {
+    const bool before = s.level_heard, now = s.options.level;
+    if (!before && !now) return;
+    int16_t levelled[kHopSize];
+    std::copy_n(hop, kHopSize, levelled);
+    rk_dsp_dgc_kwenh_api_process(&s.gain_control, levelled, kHopSize, 1);
+    mix(hop, levelled, before ? 1 : 0, now ? 1 : 0);
+    s.level_heard = now;
 }
 
 void process_hop(Stream& s, const int16_t* in, int16_t* out) {
@@ -96,8 +110,14 @@ void process_hop(Stream& s, const int16_t* in, int16_t* out) {
 
     vq_ns_dnn_proc(s.engine.get(), in, out, kHopSize);
     const bool speech = TarvikGmmVad_api_Process(&s.detector, out, kHopSize) == 1;
-    if (s.dry_share > 0) mix(out, before, s.dry_share);
-    if (s.options.level) rk_dsp_dgc_kwenh_api_process(&s.gain_control, out, kHopSize, 1);
+    if (s.hops == 0) {  // settings from before the first hop hold for all of it
+        s.dry_share_heard = s.dry_share;
+        s.level_heard = s.options.level;
+    }
+    // Leaves a share of the input in, so that nothing is turned down below it.
+    if (s.dry_share > 0 || s.dry_share_heard > 0) mix(out, before, s.dry_share_heard, s.dry_share);
+    s.dry_share_heard = s.dry_share;
+    level_hop(s, out);
 
     if (s.options.observer != nullptr) {
         const int64_t first = (s.hops - kEngineHops) * kHopSize - s.timing.hop_offset;

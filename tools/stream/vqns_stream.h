@@ -64,7 +64,7 @@ int64_t latency(const Stream* stream);
 void process(Stream* stream, const int16_t* in, int16_t* out, int64_t count);
 void process(Stream* stream, const float* in, float* out, int64_t count);
 
-// From the next hop on.
+// From the next hop on, across which they come in gradually.
 void set_attenuation_limit(Stream* stream, double limit);
 void set_level(Stream* stream, bool level);
 
