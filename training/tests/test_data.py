@@ -202,6 +202,10 @@ class Mixing(unittest.TestCase):
         for p, q in zip(pieces(room=1, clean_only=1), pieces(clean_only=1)):
             late = levels.db(levels.rms(p.noisy - p.clean) / levels.rms(p.clean))
             self.assertTrue(-60 < late < 10, late)
+        for p, q in zip(pieces(second_talker=1, clean_only=1), pieces(clean_only=1)):
+            np.testing.assert_allclose(p.noisy, p.clean, atol=2e-5)
+            alone = np.dot(p.clean, q.clean) ** 2 / np.dot(p.clean, p.clean) / np.dot(q.clean, q.clean)
+            self.assertTrue(.05 < alone < .95, alone)  # of the power: the first talker is there, and another
         for p in pieces(noise_only=1, intermittent=1, babble=1):
             e = levels.frame_energies(p.noisy)
             self.assertLess(e.min(), 1e-3 * e.max())

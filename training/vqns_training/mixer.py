@@ -18,6 +18,7 @@ class Chances:
     clean_only: float = .04
     telephone_speech: float = .06  # the talker is on a telephone line
     telephone_mixture: float = .03  # speech and noise are
+    second_talker: float = 0.  # at the same time, and to be kept as well
     room: float = .4
     intermittent: float = .1
     low_pass: float = .15
@@ -113,7 +114,10 @@ class Mixer:
 
     def talker(self, rng):
         """Speech as it reaches the microphone, and the part of it that is to be kept."""
-        x = filters.random_colour(self.speech(rng), rng)
+        x = self.speech(rng)
+        if self.chances.second_talker and rng.random() < self.chances.second_talker:
+            x = x + self.speech(rng) * gain(rng.uniform(-8, 0))
+        x = filters.random_colour(x, rng)
         if rng.random() < self.chances.telephone_speech:
             x = Line(rng)(x)
         if rng.random() >= self.chances.room:
