@@ -145,7 +145,7 @@ class Running(unittest.TestCase):
         self.assertAlmostEqual(hours.left(999), .5, places=3)
 
     def test_a_run_in_two_parts_is_the_run_in_one(self):
-        options = ("--decay", "0", "--warm-up", "4")
+        options = ("--decay", "0", "--warm-up", "4", "--perceptual", ".1", "--chances", "second_talker=.5", "room=0")
         whole = self.run_training("whole", 5, *options)
         self.run_training("parts", 2, *options)
         parts = self.run_training("parts", 3, *options)
