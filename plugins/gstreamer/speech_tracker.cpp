@@ -4,14 +4,14 @@
 
 namespace {
 
-constexpr double kHopSeconds = 0.01, kRounding = 1e-9;
+constexpr double kRounding = 1e-9;
 
 }  // namespace
 
 void track(SpeechTracker& tracker, const SpeechRules& rules, const vqns_stream::Hop& hop,
            std::vector<SpeechChange>& changes) {
     const double start = std::max(hop.time, 0.0);
-    const double end = std::min(hop.time + kHopSeconds, rules.duration);
+    const double end = std::min(hop.time + vqns_stream::kHopSeconds, rules.duration);
     if (end <= start) return;
     if (!hop.speech) {
         if (tracker.open && end - tracker.end >= rules.min_pause - kRounding) {

@@ -3,11 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "stream_timing.h"
-
 namespace vqns_stream {
-
-constexpr double kHopSeconds = static_cast<double>(kHopSize) / kEngineRate;
 
 void add_hop(SpeechHops& hops, const Hop& hop) {
     if (hops.speech.empty()) hops.first = hop.time;

@@ -4,11 +4,13 @@
 
 #include "rate_change.h"
 #include "vq_ns.h"
+#include "vqns_stream.h"
 
 namespace vqns_stream {
 
 constexpr int kEngineRate = VQ_NS_RATE;  // Hz
-constexpr int kHopSize = VQ_NS_HOP;      // 10 ms at that rate
+constexpr int kHopSize = VQ_NS_HOP;
+static_assert(kHopSize == kHopSeconds * kEngineRate);
 
 // From a hop in to the same hop out, at 16 kHz: three hops complete the first frame, two more the network's
 // look-ahead, the last of them being the one that comes out in the same call.

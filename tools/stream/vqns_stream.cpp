@@ -94,12 +94,13 @@ void mix(int16_t* hop, const int16_t* other, float from, float to) {
 // Brings the hop to level, if that is asked for; by and by where that has just changed.
 void level_hop(Stream& s, int16_t* hop) {
     const bool before = s.level_heard, now = s.options.level;
-    if (!before && !now) return;
+    s.level_heard = now;
+    if (before && now) rk_dsp_dgc_kwenh_api_process(&s.gain_control, hop, kHopSize, 1);
+    if (before == now) return;
     int16_t levelled[kHopSize];
     std::copy_n(hop, kHopSize, levelled);
     rk_dsp_dgc_kwenh_api_process(&s.gain_control, levelled, kHopSize, 1);
     mix(hop, levelled, before ? 1 : 0, now ? 1 : 0);
-    s.level_heard = now;
 }
 
 void process_hop(Stream& s, const int16_t* in, int16_t* out) {

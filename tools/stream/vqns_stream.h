@@ -27,6 +27,8 @@ namespace vqns_stream {
 
 enum { kLowestRate = 8000, kHighestRate = 192000 };
 
+constexpr double kHopSeconds = 0.01;
+
 // Ten milliseconds on their way out, at 16 kHz, 160 samples each. `before` and `after` lie sample on sample.
 struct Hop {
     double time;            // of the first sample, in seconds of the stream's input; may lie before 0

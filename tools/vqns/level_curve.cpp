@@ -8,7 +8,7 @@
 namespace vqns_tool {
 namespace {
 
-constexpr double kHopSeconds = static_cast<double>(vqns_stream::kHopSize) / vqns_stream::kEngineRate;
+using vqns_stream::kHopSeconds;
 
 float power(const int16_t* samples) {
     double sum = 0;

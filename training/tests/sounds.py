@@ -1,4 +1,6 @@
 """Small recordings for tests: every file its own pitch, so that it can be told where a sound came from."""
+import tempfile
+import unittest
 from pathlib import Path
 
 import numpy as np
@@ -41,6 +43,17 @@ def make_pools(top):
         index = pool.pack(Path(top) / "in" / name, Path(top) / name, one_in=3)["files"]
         sides.append({f["file"]: f["held_out"] for f in index})
     return sides
+
+
+class WithPools(unittest.TestCase):
+    """Has pools of speech and noise in a folder of its own."""
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.top = Path(folder.name)
+        cls.speech, cls.noise = make_pools(cls.top)
 
 
 def speech_like(seconds, seed):

@@ -6,7 +6,7 @@ from pathlib import Path
 
 import numpy as np
 
-from tests.sounds import NOISE, RATE, SPEECH, level_at, make_pools, tone, write_tree
+from tests.sounds import NOISE, RATE, SPEECH, WithPools, level_at, tone, write_tree
 from vqns_training import filters, levels, made_up, pool, telephone
 from vqns_training.feeder import Feeder
 from vqns_training.mixer import COMMON_LEVEL, Chances, Mixer
@@ -125,14 +125,7 @@ class Steps(unittest.TestCase):
         self.assertLess(levels.active_rms(np.zeros(3200, np.float32)), 1e-5)
 
 
-class Mixing(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(cls.folder.cleanup)
-        cls.top = Path(cls.folder.name)
-        cls.speech, cls.noise = make_pools(cls.top)
-
+class Mixing(WithPools):
     def mixer(self, **chances):
         return Mixer(str(self.top), 5, seconds=2, chances=replace(NOTHING, **chances))
 

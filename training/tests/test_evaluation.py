@@ -1,7 +1,6 @@
 """The measures against plain models and known values, the engines' alignment, an evaluation from pairs to report."""
 import json
 import os
-import tempfile
 import unittest
 import unittest.mock
 from pathlib import Path
@@ -10,7 +9,7 @@ import numpy as np
 import scipy.signal
 
 import evaluate
-from tests.sounds import RATE, make_pools, speech_like
+from tests.sounds import RATE, WithPools, speech_like
 from vqns_training import audio, engines, levels, metrics, pairs, scoring
 
 LIBRARY = Path(os.environ.get("VQNS_LIBRARY", evaluate.ROOT / "build/release/ns/libvqns.so"))
@@ -127,13 +126,10 @@ class Engines(unittest.TestCase):
         self.assertLess(metrics.left(hiss, engine(audio.to_pcm(hiss)) / 32768), -8)
 
 
-class Evaluation(unittest.TestCase):
+class Evaluation(WithPools):
     @classmethod
     def setUpClass(cls):
-        cls.folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(cls.folder.cleanup)
-        cls.top = Path(cls.folder.name)
-        cls.speech, cls.noise = make_pools(cls.top)
+        super().setUpClass()
         cls.entries = pairs.write(cls.top / "pairs", pairs.Maker(cls.top, 4, 1).every([0, 10], 1))
 
     def test_pairs_are_what_they_are_said_to_be(self):

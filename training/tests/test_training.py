@@ -3,15 +3,13 @@ import contextlib
 import io
 import json
 import os
-import tempfile
 import unittest
-from pathlib import Path
 
 import numpy as np
 import torch
 
 import train
-from tests.sounds import make_pools, speech_like
+from tests.sounds import WithPools, speech_like
 from vqns_training import losses, network, perceptual, schedule, tables
 from vqns_training.state import State
 
@@ -115,14 +113,7 @@ class Perceptual(unittest.TestCase):
             self.assertAlmostEqual(loud / quiet, 2, delta=.35)
 
 
-class Running(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(cls.folder.cleanup)
-        cls.top = Path(cls.folder.name)
-        make_pools(cls.top)
-
+class Running(WithPools):
     def run_training(self, out, steps, *more):
         threads = os.environ.get("OMP_NUM_THREADS", "1")
         with contextlib.redirect_stdout(io.StringIO()):
