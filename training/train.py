@@ -50,7 +50,7 @@ parser.add_argument("--held-out", type=int, default=64, metavar="PIECES", help="
 parser.add_argument("--mixers", type=int, default=1, help="processes that mix")
 parser.add_argument("--threads", type=int, default=os.cpu_count(), help="for the network on the processor")
 parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
-for name in ("magnitude", "complex", "keep", "wave", "sdr", "segmental", "perceptual"):
+for name in ("magnitude", "complex", "keep", "wave", "sdr", "segmental", "perceptual", "intelligibility"):
     parser.add_argument(f"--{name}", type=float, default=getattr(losses.Weights, name), help="weight of that term")
 parser.add_argument("--windows", type=int, nargs="+", default=list(losses.Weights.windows),
                     help="of the spectral terms, in samples")
@@ -76,7 +76,7 @@ class Run:
         torch.set_flush_denormal(True)
         shares = json.loads(Path(a.shares).read_text()) if a.shares else None
         self.weights = losses.Weights(a.magnitude, a.complex, a.keep, a.wave, a.sdr, a.segmental, a.perceptual,
-                                      tuple(a.windows))
+                                      a.intelligibility, tuple(a.windows))
         self.state = State(a.device, a.weight_decay, a.average)
         begin = self.out / "checkpoint.pt" if (self.out / "checkpoint.pt").exists() else a.start
         if begin:

@@ -10,7 +10,7 @@ import torch
 
 import train
 from tests.sounds import WithPools, speech_like
-from vqns_training import losses, network, perceptual, schedule, tables
+from vqns_training import intelligibility, losses, metrics, network, perceptual, schedule, tables
 from vqns_training.state import State
 
 
@@ -111,6 +111,36 @@ class Perceptual(unittest.TestCase):
         self.assertAlmostEqual(sones[0], 1, delta=.1)
         for quiet, loud in zip(sones[1:], sones[2:]):
             self.assertAlmostEqual(loud / quiet, 2, delta=.35)
+
+
+class Intelligibility(unittest.TestCase):
+    def setUp(self):
+        self.s = torch.from_numpy(np.stack([speech_like(4, seed) for seed in (3, 4)])).double()
+        self.s[:, 20000:28000] = 0  # a pause, which is not to count
+        self.s /= self.s.square().mean(1, keepdim=True).sqrt()
+        self.noise = torch.randn(self.s.shape, generator=torch.Generator().manual_seed(1), dtype=torch.float64)
+
+    def test_it_follows_the_measure(self):
+        measured, lost = [], []
+        for y in (self.s, .5 * self.s, *(self.s + k * self.noise for k in (.1, .5, 2)), self.noise):
+            lost += list(intelligibility.lost(y, self.s).numpy())
+            measured += [metrics.stoi(*(v.numpy() for v in row)) for row in zip(self.s, y)]
+        np.testing.assert_allclose(1 - np.array(lost), measured, atol=.04)
+
+    def test_its_gradient_points_at_the_speech_and_stays_finite(self):
+        y = (self.s + .5 * self.noise).requires_grad_()
+        before = intelligibility.lost(y, self.s).sum()
+        before.backward()
+        closer = intelligibility.lost(y - 100 * y.grad, self.s).sum()
+        self.assertLess(float(closer), float(before) - 1e-3)
+        self.assertLess(float((y.grad * -self.noise).sum()), 0, "less noise, less lost")
+        for y, s in ((self.s * 0, self.s), (self.s.clone(), self.s), (self.noise, self.s * 0)):
+            y = y.requires_grad_()
+            lost = intelligibility.lost(y, s)
+            (lost.sum() + 0 * y.sum()).backward()
+            self.assertTrue(lost.isfinite().all() and y.grad.isfinite().all())
+        short = intelligibility.lost(self.noise[:, :6000], self.s[:, :6000])
+        self.assertEqual(short.tolist(), [0, 0], "too little speech to tell")
 
 
 class Running(WithPools):

@@ -5,7 +5,7 @@ from dataclasses import dataclass
 import torch
 import torch.nn.functional as F
 
-from . import framing, perceptual
+from . import framing, intelligibility, perceptual
 from .mixer import COMMON_LEVEL
 
 POWER = .3  # of the compression
@@ -23,6 +23,7 @@ class Weights:
     sdr: float = .005  # per dB of scale-invariant signal-to-distortion ratio, up to 30 dB
     segmental: float = 0.  # per dB of segmental signal-to-noise ratio, which a wrong level lowers too
     perceptual: float = 0.  # per point of opinion score lost; a small share, to finish with
+    intelligibility: float = 0.  # per unit of correlation of envelopes lost
     windows: tuple = (framing.FRAME,)  # samples; the spectral terms are averaged over them
 
 
@@ -74,7 +75,7 @@ def measure(net, noisy, clean, scale, has_speech, weights):
     terms["wave"] = (y - s).abs().mean()
     for name, ratio in (("sdr", si_sdr(y, s).clamp(max=30)), ("segmental", segmental_snr(y, s))):
         terms[name] = -(ratio * has_speech).sum() / has_speech.sum().clamp(min=1)
-    if weights.perceptual or not torch.is_grad_enabled():
-        lost = perceptual.disturbance(y, s)
-        terms["perceptual"] = (lost * has_speech).sum() / has_speech.sum().clamp(min=1)
+    for name, lost in (("perceptual", perceptual.disturbance), ("intelligibility", intelligibility.lost)):
+        if getattr(weights, name) or not torch.is_grad_enabled():
+            terms[name] = (lost(y, s) * has_speech).sum() / has_speech.sum().clamp(min=1)
     return sum(getattr(weights, name) * value for name, value in terms.items()), terms
