@@ -10,7 +10,7 @@ import scipy.signal
 
 import evaluate
 from tests.sounds import RATE, WithPools, speech_like
-from vqns_training import audio, engines, levels, metrics, pairs, scoring
+from vqns_training import audio, engines, levels, metrics, opinion, pairs, scoring
 
 LIBRARY = Path(os.environ.get("VQNS_LIBRARY", evaluate.ROOT / "build/release/ns/libvqns.so"))
 
@@ -80,6 +80,30 @@ class Measures(unittest.TestCase):
             as_if = [scipy.signal.resample_poly(v, 8, 5) for v in (s, y)]  # which the measure undoes
             self.assertAlmostEqual(metrics.stoi(*as_if), plain_stoi(s, y), delta=.02)
         self.assertTrue(np.isnan(metrics.stoi(self.clean[:3000], self.clean[:3000])))
+
+    def test_opinions(self):
+        noisy = self.clean + noise(len(self.clean), .1 * levels.active_rms(self.clean), 1)
+        self.assertAlmostEqual(opinion.opinion(self.clean, self.clean), 4.644, places=3)
+        by_noise = [opinion.opinion(self.clean, self.clean + k * (noisy - self.clean)) for k in (.01, .1, 1, 10)]
+        self.assertEqual(by_noise, sorted(by_noise)[::-1])
+        self.assertGreater(by_noise[0], 4.5)
+        self.assertLess(by_noise[-1], 1.3)
+        self.assertAlmostEqual(opinion.opinion(self.clean, .2 * noisy), by_noise[2], places=4)
+        slow = np.linspace(1, .7, len(noisy), dtype=np.float32)
+        self.assertAlmostEqual(opinion.opinion(self.clean, slow * noisy), by_noise[2], delta=.05)
+        added, taken = (scipy.signal.lfilter([1], [1, -k], self.clean) for k in (.5, -.5))
+        hum = .3 * levels.rms(self.clean) * np.sin(np.arange(len(self.clean)) * 2 * np.pi * 700 / RATE)
+        self.assertLess(opinion.opinion(self.clean, self.clean + hum), opinion.opinion(self.clean + hum, self.clean))
+        for coloured in (added, taken):
+            self.assertGreater(opinion.opinion(self.clean, coloured), 3.5, "a colour is hardly heard")
+        self.assertTrue(np.isnan(opinion.opinion(np.zeros(48000), noisy)))
+
+    def test_loudness_is_calibrated(self):
+        """A tone of 1 kHz at 40 dB, 29.54 high as samples go, has a power of 10000 and one sone."""
+        tone = 29.54 * np.sin(2 * np.pi * 1000 * np.arange(RATE) / RATE)
+        power = opinion.intensities(tone)
+        np.testing.assert_allclose(power.max(1), 1e4, rtol=1e-5)
+        np.testing.assert_allclose(opinion.loudness(power) @ opinion.WIDTH, 1, rtol=1e-5)
 
     def test_silence_is_left_out_by_the_clean_signal(self):
         loud, x = noise(20480, .1), noise(20480, .1, 3)

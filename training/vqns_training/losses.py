@@ -75,7 +75,7 @@ def measure(net, noisy, clean, scale, has_speech, weights):
     terms["wave"] = (y - s).abs().mean()
     for name, ratio in (("sdr", si_sdr(y, s).clamp(max=30)), ("segmental", segmental_snr(y, s))):
         terms[name] = -(ratio * has_speech).sum() / has_speech.sum().clamp(min=1)
-    for name, lost in (("perceptual", perceptual.disturbance), ("intelligibility", intelligibility.lost)):
+    for name, lost in (("perceptual", perceptual.lost), ("intelligibility", intelligibility.lost)):
         if getattr(weights, name) or not torch.is_grad_enabled():
             terms[name] = (lost(y, s) * has_speech).sum() / has_speech.sum().clamp(min=1)
     return sum(getattr(weights, name) * value for name, value in terms.items()), terms

@@ -4,13 +4,15 @@ import math
 import numpy as np
 
 from . import audio, metrics
+from .opinion import opinion
 from .pairs import SPOKEN
 
 # name, unit, whether more is better (None: neither)
 MEASURES = {"si_sdr": ("SI-SDR", "dB", True), "segmental_snr": ("segmental SNR", "dB", True),
             "stoi": ("STOI", "", True), "lsd": ("log-spectral distance", "dB", False),
-            "pesq": ("PESQ-WB", "", True), "dnsmos": ("DNSMOS", "", True), "level": ("speech level", "dB", None),
-            "pauses": ("left in pauses", "dB", False), "left": ("left", "dB", False)}
+            "pesq": ("PESQ-WB", "", True), "dnsmos": ("DNSMOS", "", True), "opinion": ("opinion by P.862.2", "", True),
+            "level": ("speech level", "dB", None), "pauses": ("left in pauses", "dB", False),
+            "left": ("left", "dB", False)}
 
 
 def score(entry, clean, noisy, x, extra=None):
@@ -21,7 +23,7 @@ def score(entry, clean, noisy, x, extra=None):
         return {"left": metrics.left(noisy, x)}
     s = {"si_sdr": metrics.si_sdr(clean, x), "segmental_snr": metrics.segmental_snr(clean, x),
          "stoi": metrics.stoi(clean, x), "lsd": metrics.log_spectral_distance(clean, x),
-         "level": metrics.level_change(clean, x)}
+         "opinion": opinion(clean, x), "level": metrics.level_change(clean, x)}
     if entry["kind"] in ("noisy", "step"):
         s["pauses"] = metrics.left_in_pauses(clean, noisy, x)
     return s | {name: measure(clean, x) for name, measure in (extra or {}).items()}
