@@ -832,9 +832,12 @@ TEST_F(Tool, ReportIsAWholePageOfAnything) {
         EXPECT_NE(page.find(c.shown), std::string::npos) << c.shown;
         EXPECT_NE(page.find("<dd>9 dB</dd>"), std::string::npos);
         EXPECT_EQ(page.find("<script>"), page.rfind("<script>"));
+        std::string words = page;  // without what is coded in base64
+        for (size_t code = 0; (code = words.find(";base64,", code)) != std::string::npos; ++code) {
+            words.erase(code, words.find('"', code) - code);
+        }
         for (const char* wrong : {"nan", "inf%", ">inf", "-inf", "\"inf"}) {
-            // Outside of what is coded in base64.
-            EXPECT_EQ(page.find(wrong, page.rfind(";base64,")), std::string::npos) << wrong;
+            EXPECT_EQ(words.find(wrong), std::string::npos) << wrong;
         }
     }
     const Result piped = run({"report", "-", "-o", at("b.html"), "--rate", "8000", "--channels", "2"},
