@@ -248,7 +248,7 @@ class Report(unittest.TestCase):
                     shot = browser.screenshot(SCREENSHOTS / f"{name}-{width}-{scheme}.png")
                     seen = browser.value(f"{BRIGHTNESS}({json.dumps(shot)})")
                     self.assertEqual(tuple(seen["corner"]), PAPER[scheme])
-                    self.assertGreater(seen["noise"][0], 3 * seen["noise"][1], "noise was there and is gone")
+                    self.assertGreater(seen["noise"][0], 2.5 * seen["noise"][1], "noise was there and is gone")
                     self.assertGreater(seen["speech"][1], 3 * seen["noise"][1], "speech is left")
                     self.assertGreater(seen["speech"][0], seen["noise"][0])
                 self.nothing_went_wrong()
