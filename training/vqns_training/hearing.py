@@ -1,7 +1,7 @@
 """Tables of hearing after ITU-T P.862 for 16 kHz: 49 bands of frames of 32 ms, half overlapping."""
 import numpy as np
 
-RATE, FRAME, HOP = 16000, 512, 256
+FRAME, HOP = 512, 256
 TELEPHONE_BAND = 325, 3125  # Hz: what a signal's level is taken of
 POWER = 1e7  # to which it is brought, of 16-bit samples
 POWER_SCALE, LOUDNESS = 6.910853e-6, .1866055  # of a frame's power; in sone
@@ -12,6 +12,7 @@ ZWICKER = .23  # exponent of loudness over intensity
 BINS = np.array([
     1, 1, 1, 1, 1, 1, 1, 1, 2, 1, 1, 1, 1, 1, 2, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2,
     3, 3, 3, 3, 4, 3, 4, 5, 4, 5, 6, 6, 7, 8, 9, 9, 12, 12, 15, 16, 18, 21, 25, 20])
+EDGES = list(zip(np.cumsum(BINS) - BINS, np.cumsum(BINS)))  # first bin of each band, and the one after its last
 CENTRE = np.array([
     .078672, .316341, .636559, .961246, 1.29045, 1.624217, 1.962597, 2.305636, 2.653383, 3.005889, 3.363201, 3.725371,
     4.092449, 4.464486, 4.841533, 5.223642, 5.610866, 6.003256, 6.400869, 6.803755, 7.211971, 7.625571, 8.044611,
@@ -45,7 +46,7 @@ def bins_to_bands():
     bin."""
     z = np.exp(-2j * np.pi * np.arange(FRAME // 2 + 1) / FRAME)
     above, below = (np.polynomial.polynomial.polyval(z, c) for c in INPUT_FILTER)
-    weights, edges = np.zeros((len(z), len(BINS))), np.concatenate(([0], np.cumsum(BINS)))
-    for band, (first, last) in enumerate(zip(edges[:-1], edges[1:])):
-        weights[max(first, 1):last, band] = CORRECTION[band] * POWER_SCALE
+    weights = np.zeros((len(z), len(BINS)))
+    for band, (first, end) in enumerate(EDGES):
+        weights[max(first, 1):end, band] = CORRECTION[band] * POWER_SCALE
     return weights * np.abs(above / below)[:, None] ** 2

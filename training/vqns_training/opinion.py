@@ -5,7 +5,8 @@ import numpy as np
 import scipy.signal
 
 from . import hearing
-from .hearing import EXPONENT, FRAME, HOP, RATE, THRESHOLD, WIDTH
+from .audio import RATE
+from .hearing import EXPONENT, FRAME, HOP, THRESHOLD, WIDTH
 
 
 def levelled(x):
@@ -18,10 +19,9 @@ def levelled(x):
 def intensities(x):
     """Power in Bark bands, [frame, band]."""
     frames = np.lib.stride_tricks.sliding_window_view(x, FRAME)[::HOP] * scipy.signal.get_window("hann", FRAME)
-    power, edges = np.abs(np.fft.rfft(frames)) ** 2, np.concatenate(([0], np.cumsum(hearing.BINS)))
+    power = np.abs(np.fft.rfft(frames)) ** 2
     power[:, 0] = 0
-    bands = [power[:, a:b].sum(1) for a, b in zip(edges[:-1], edges[1:])]
-    return np.stack(bands, 1) * hearing.CORRECTION * hearing.POWER_SCALE
+    return np.stack([power[:, first:end].sum(1) for first, end in hearing.EDGES], 1) * hearing.CORRECTION * hearing.POWER_SCALE
 
 
 def audible(power, factor=1):

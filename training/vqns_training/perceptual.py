@@ -6,7 +6,8 @@ import torch
 import torch.nn.functional as F
 
 from . import hearing
-from .hearing import FRAME, HOP, RATE
+from .audio import RATE
+from .hearing import FRAME, HOP
 
 
 @functools.lru_cache(maxsize=None)
