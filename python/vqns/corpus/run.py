@@ -10,7 +10,7 @@ from multiprocessing import resource_tracker
 from typing import Any
 
 import dask
-from distributed import Client, KilledWorker, LocalCluster, as_completed
+from distributed import CancelledError, Client, KilledWorker, LocalCluster, as_completed
 
 from .. import __version__, model_id
 from .files import PARTIAL, Outcome, Settings, denoise_file
@@ -133,14 +133,16 @@ def outcomes(client: Client, tasks: Iterator[Task], settings: Settings) -> Itera
 
 def _outcome(future: Any) -> Outcome | None:
     """None if workers died of it."""
-    error = future.exception()
-    if isinstance(error, KilledWorker):
+    try:
+        # A result that dies with its worker is made again while this waits. (`future.result()` looks at the state once
+        # more when it has the result, which may be lost again by then.)
+        outcome: Outcome = future.client.gather(future)
+    except KilledWorker:
         return None
-    if future.status != "finished" and error is None:
-        raise CannotRun("the connection to the scheduler was lost")
-    if error is not None:
+    except (CancelledError, OSError) as error:
+        raise CannotRun("the connection to the scheduler was lost") from error
+    except Exception as error:  # of bringing work or result over, as `denoise_file` raises nothing
         return {"error": f"{type(error).__name__}: {error}"}
-    outcome: Outcome = future.result()
     return outcome
 
 
