@@ -1,4 +1,6 @@
 """Packing, the split, and every step of mixing."""
+import contextlib
+import io
 import tempfile
 import unittest
 from dataclasses import replace
@@ -26,7 +28,10 @@ class Packing(unittest.TestCase):
         write_tree(self.top / "in", {"b/x.flac": (tone(700, 1), RATE), "a/y.wav": (stereo, 44100),
                                      "a/z.ogg": (tone(900, 1, 8000), 8000), "c/short.wav": (tone(1, .05), RATE)})
         (self.top / "in/notes.txt").write_text("no audio")
-        files = pool.pack(self.top / "in", self.top / "p")["files"]
+        (self.top / "in/a/junk.wav").write_text("no audio")
+        with contextlib.redirect_stderr(io.StringIO()) as told:
+            files = pool.pack(self.top / "in", self.top / "p")["files"]
+        self.assertRegex(told.getvalue(), r"^a/junk\.wav: .* left out\n$")
         self.assertEqual([f["file"] for f in files], ["a/y.wav", "a/z.ogg", "b/x.flac"])
         both = pool.Pool(self.top / "p", None)
         for entry, frequency, amplitude in zip(files, (500, 900, 700), (.1, .2, .2)):

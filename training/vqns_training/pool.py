@@ -9,10 +9,12 @@ folders named under `one_voice` hold the same speakers throughout and stay on on
 """
 import json
 import multiprocessing
+import sys
 import zlib
 from pathlib import Path
 
 import numpy as np
+import soundfile
 
 from . import audio
 
@@ -29,11 +31,16 @@ def is_held_out(unit, one_in, seed):
 
 
 def decode(path):
-    return audio.to_pcm(audio.read(path))
+    """Samples, or what is wrong with the file."""
+    try:
+        return audio.to_pcm(audio.read(path))
+    except soundfile.LibsndfileError as error:
+        return error.error_string.rstrip(".")
 
 
 def pack(folder, out, one_in=25, seed=0, one_voice=(), jobs=1):
-    """Packs every audio file under the folder into the pool OUT; returns the index."""
+    """Packs every audio file under the folder into the pool OUT; returns the index. Files that cannot be read are named
+    on standard error and left out."""
     names = audio.files_under(folder)
     if not names:
         raise ValueError(f"{folder}: no audio files")
@@ -43,6 +50,9 @@ def pack(folder, out, one_in=25, seed=0, one_voice=(), jobs=1):
     files, offset = [], 0
     with multiprocessing.get_context("spawn").Pool(jobs) as workers, open(f"{out}.pcm", "wb") as samples:
         for name, x in zip(names, workers.imap(decode, [str(Path(folder) / n) for n in names])):
+            if isinstance(x, str):
+                print(f"{name}: {x}; left out", file=sys.stderr)
+                continue
             if len(x) < SHORTEST:
                 continue
             samples.write(x.tobytes())
