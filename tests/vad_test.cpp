@@ -475,9 +475,8 @@ TEST(VadWrapper, DelaysOnsetsAndHoldsEndings) {
     };
     const samples silence(80);
     for (const auto& c : cases) {
-        TarvikGmmVad_api_t wrapper = {};
-        const int32_t config[4] = {1, 8000, c.hangover, c.onset};
-        ASSERT_EQ(TarvikGmmVad_api_Init(&wrapper, config), 0);
+        TarvikGmmVad_api_t wrapper = {nullptr, 1, 8000, c.hangover, c.onset, 9, 9, 1};  // used before
+        ASSERT_EQ(TarvikGmmVad_api_Init(&wrapper, &wrapper.mode), 0);
         EXPECT_EQ(wrapper.instance->global_threshold[0], kGlobalThresholdLBR[0]);
         std::string reported;
         for (char raw : c.raw) {

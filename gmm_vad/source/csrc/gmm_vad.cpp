@@ -61,12 +61,7 @@ int32_t TarvikGmmVad_Process(VadInstT* instance, int32_t rate, const int16_t* fr
 }
 
 int32_t TarvikGmmVad_api_Init(TarvikGmmVad_api_t* wrapper, const int32_t* config) {
-    *wrapper = {};
-    wrapper->mode = config[0];
-    wrapper->rate = config[1];
-    wrapper->hangover_frames = config[2];
-    wrapper->onset_frames = config[3];
-
+    *wrapper = {nullptr, config[0], config[1], config[2], config[3], 0, 0, 0};
     wrapper->instance = TarvikGmmVad_Create();
     if (wrapper->instance == nullptr) return -1;
     const char* failure = nullptr;

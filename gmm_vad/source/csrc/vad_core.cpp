@@ -236,8 +236,7 @@ int32_t TarvikGmmVad_GaussianProbability(int16_t input, int16_t mean, int16_t st
     const int32_t y = wrap_mul(exponent >> 9, 5909) >> 12;  // (x - m)^2 / (2 s^2 ln 2), Q10
     const int32_t fraction = (wrap_neg(y) & 0x3FF) | 0x400;
     const int shift = (low16(wrap_sub(y, 1)) >> 10) + 1;
-    // A delta that left 16 bits has changed its sign, and with it the exponent's: that far out nothing is
-    // left.
+    // Out of range only after a delta that wrapped: everything is shifted out.
     if (shift < 0 || shift > 31) return 0;
     return (fraction >> shift) * inverse;
 }

@@ -21,7 +21,8 @@ VQNS_API int32_t TarvikGmmVad_CalcVad32khz(VadInstT* instance, const int16_t* fr
 VQNS_API int32_t TarvikGmmVad_CalcVad48khz(VadInstT* instance, const int16_t* frame, size_t length);
 
 /* exp(-(x - m)^2 / (2 s^2)) / s in Q20 for x = `input` in Q4, m = `mean` and s = `std_deviation` in Q7; 0 far
- * from the mean. Writes (x - m) / s^2 in Q11 to *delta. */
+ * from the mean. Writes (x - m) / s^2 in Q11 to *delta. This holds while *delta and 1 / s^2 in Q14 fit in 16
+ * bits, as with the detector's own values they always do; beyond, both wrap and the result is of no use. */
 VQNS_API int32_t TarvikGmmVad_GaussianProbability(int16_t input, int16_t mean, int16_t std_deviation,
                                                   int16_t* delta);
 

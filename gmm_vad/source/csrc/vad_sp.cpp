@@ -62,7 +62,7 @@ int16_t TarvikGmmVad_FindMinimum(VadInstT* instance, int16_t feature, int32_t ch
     age_values(age, value);
     insert_value(age, value, feature);
 
-    // The third smallest, to disregard outliers, once there are three.
+    // The third smallest, to disregard outliers, once three frames have gone before.
     if (instance->frame_count == 0) {
         mean = blend(1, mean, initial_mean);
     } else {
