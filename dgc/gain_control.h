@@ -11,10 +11,10 @@
  * gain g the products of samples beyond 2^31 / g wrap (from 65536, a factor of 2, on): after quiet speech a
  * sudden loud sound can come out wrong until the peak guard has lowered the gain.
  *
- * Rates. The detector is told the rate given at initialisation and always receives 160 samples at 16 kHz.
- * It therefore judges 10 ms frames at 16000 Hz and runs its 8 kHz path on them at 8000 Hz; at every other
- * rate it refuses each frame, prints "failed in TarvikGmmVad_Process" for each, and the gain stays at
- * unity. To level speech at another rate, run the gain control at 16000 Hz and convert afterwards.
+ * Rates. The detector always receives 160 samples at 16 kHz; tell it so with 16000 in its configuration,
+ * whatever the rate of the stream. Told 8000 it runs its 8 kHz path on them, told anything else it refuses
+ * each frame, prints "failed in TarvikGmmVad_Process" for each, and the gain stays at unity. (The
+ * suppressor's own gain stage is told the output rate.)
  *
  * Ownership. The caller provides the record; initialisation allocates a converter (if the rate is not
  * 16000 Hz) and a detector, processing allocates nothing, rk_dsp_dgc_kwenh_deinit releases both.

@@ -18,10 +18,10 @@
  *
  * Memory: the host owns the instance and keeps it where it is between init and its end, since it holds
  * pointers into itself. Alignment as for pointers will do; a 64-byte boundary is fastest. Nothing is
- * allocated but two small blocks of the gain stage in vq_ns_init: vq_ns_deinit leaves them as they are, so
- * release them with rk_dsp_dgc_kwenh_deinit(&instance->gain_control) before initialising again or letting go
- * of the memory. The processing entries never allocate, lock or make a system call, except for the failure
- * lines named below.
+ * allocated but what the gain stage needs (its detector and, unless the output rate is 16000 Hz, a rate
+ * converter), in vq_ns_init: vq_ns_deinit leaves these blocks as they are, so release them with
+ * rk_dsp_dgc_kwenh_deinit(&instance->gain_control) before initialising again or letting go of the memory. The
+ * processing entries never allocate, lock or make a system call, except for the failure lines named below.
  *
  * Threads: one thread at a time for an instance. Instances are independent, but initialise them one at a
  * time: initialisation builds a process-wide table and sets process-wide flags.

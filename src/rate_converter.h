@@ -49,8 +49,8 @@ typedef struct rk_voip_dsp_src_stdata_t {
     int16_t up;                      /* L; below 1: the stage is absent */
     uint16_t down;                   /* M */
     int16_t taps;                    /* T, taps of one polyphase branch */
-    uint16_t phase;                  /* up-sampled positions since the last output, 0..M-1 */
-    int16_t position;                /* index of the newest sample in history, 0..T-1 */
+    uint16_t phase;                  /* up-sampled positions since the last output */
+    int16_t position;                /* in history, of the next sample: the newest is one further on */
     const int16_t* table;            /* L branches of T taps, Q15; null: no filter for (L, M) */
     int16_t history[RK_SRC_HISTORY]; /* circular, T samples and their copy T further on */
 } rk_voip_dsp_src_stdata_t;
