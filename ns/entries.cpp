@@ -20,11 +20,20 @@ void copy(int16_t* to, const int16_t* from, int32_t count) {
     std::memcpy(to, from, static_cast<size_t>(count) * sizeof *to);
 }
 
-/* Runs one piece and queues what comes out; false when it failed or the queue is full. */
+/* Whether the queue can take all that `count` more samples may give; where rates differ, each piece may give
+ * one sample beyond its share. */
+bool queue_has_room(const vq_ns_data& ns, int32_t count, int32_t length) {
+    const int64_t pieces = (int64_t{ns.remainder_count} + count) / length;
+    const int64_t most =
+        ns.input_rate == ns.output_rate ? length : int64_t{length} * ns.output_rate / ns.input_rate + 1;
+    return ns.queue_count + pieces * most <= VQ_NS_QUEUE;
+}
+
+/* Runs one piece and queues what comes out; false when it failed. */
 bool queue_piece(vq_ns_data* ns, const int16_t* piece, int32_t length) {
     int16_t out[VQ_NS_PIECE + 32];
     const int32_t r = vq_ns_process_tenms(ns, piece, out, length);
-    if (r < 0 || ns->queue_count + r > VQ_NS_QUEUE) return false;
+    if (r < 0) return false;
     copy(ns->queue + ns->queue_count, out, r);
     ns->queue_count = static_cast<int16_t>(ns->queue_count + r);
     return true;
@@ -60,6 +69,7 @@ int32_t vq_ns_process(vq_ns_data* ns, const int16_t* input, int16_t* output, int
     if (!can_process(*ns)) return piece_failed();
     if (count < 1) return count;
     const int32_t length = ns->input_rate / 100;
+    if (!queue_has_room(*ns, count, length)) return piece_failed();
     int32_t left = count;
 
     if (ns->remainder_count > 0 && ns->remainder_count + left >= length) {
@@ -102,7 +112,7 @@ int32_t vq_ns_sprocess(vq_ns_data* ns, const int16_t* low_in, const int16_t* hig
 }
 
 int32_t vq_ns_deinit(vq_ns_data* ns) {
-    return ns == nullptr ? -1 : vq_ns_destry(ns);
+    return vq_ns_destry(ns);
 }
 
 int32_t vq_ns_destry(vq_ns_data*) {

@@ -25,9 +25,9 @@ void remember_spectrum(vq_ns_data* ns) {
 }
 
 /* Returns whether a frame was complete. */
-bool analyse(vq_ns_data* ns, const int16_t* hop, int32_t count) {
-    ns->kernels.s2f(hop, ns->analysis_history + ns->analysis_count, static_cast<int16_t>(count));
-    ns->analysis_count = static_cast<int16_t>(ns->analysis_count + count);
+bool analyse(vq_ns_data* ns, const int16_t* hop) {
+    ns->kernels.s2f(hop, ns->analysis_history + ns->analysis_count, VQ_NS_HOP);
+    ns->analysis_count = static_cast<int16_t>(ns->analysis_count + VQ_NS_HOP);
     if (ns->analysis_count < VQ_NS_FRAME) return false;
     int32_t passed = 0;
     while (ns->analysis_count >= VQ_NS_FRAME) {
@@ -52,8 +52,8 @@ void synthesise(vq_ns_data* ns, float* out) {
     k.cpy(frame, out, VQ_NS_HOP);
 }
 
-int32_t enhance(vq_ns_data* ns, const int16_t* hop, float* out, int32_t count) {
-    if (!analyse(ns, hop, count)) return 0;
+int32_t enhance(vq_ns_data* ns, const int16_t* hop, float* out) {
+    if (!analyse(ns, hop)) return 0;
     remember_spectrum(ns);
     const vq_ns_kernel_table& k = ns->kernels;
     float* features = ns->frame_work;
@@ -82,13 +82,15 @@ int16_t to_pcm(float y) {
 }  // namespace
 
 int32_t vq_ns_dpcrn_proc(vq_ns_data* ns, const int16_t* hop, float* out, int32_t count) {
+    if (count != VQ_NS_HOP) return -1;
     const unsigned of_host = enter_float_mode();
-    const int32_t written = enhance(ns, hop, out, count);
+    const int32_t written = enhance(ns, hop, out);
     _mm_setcsr(of_host);
     return written;
 }
 
 int32_t vq_ns_dnn_proc(vq_ns_data* ns, const int16_t* hop, int16_t* out, int32_t count) {
+    if (count != VQ_NS_HOP) return -1;
     const int32_t written = vq_ns_dpcrn_proc(ns, hop, ns->network_output, count);
     for (int32_t i = 0; i < written; ++i) out[i] = to_pcm(ns->network_output[i]);
     if (ns->hop_counter < 32767) ++ns->hop_counter;

@@ -28,9 +28,10 @@
  *
  * Processor: x86-64 with AVX. With AVX2 fused multiply-add is taken to be there too.
  *
- * Results: a count of samples, 0, or -1 for failure. Every entry returns -1 for a null pointer and on an
- * instance whose rates vq_ns_init or vq_ns_reset could not serve. Beside the gain stage's lines, two are
- * printed on standard output: "Unable to initialize DGC " and "Data Unable to Process by VQNS".
+ * Results: a count of samples, 0, or -1 for failure. vq_ns_init and the processing entries return -1
+ * for a null pointer, and the latter on an instance whose rates could not be served. Beside the gain stage's
+ * lines, two are printed on standard output: "Unable to initialize DGC " and "Data Unable to Process by
+ * VQNS".
  */
 #ifndef VQ_NS_H
 #define VQ_NS_H
@@ -111,16 +112,17 @@ VQNS_API int32_t vq_ns_init(vq_ns_data* instance, int32_t input_rate, int32_t ou
 
 /* One block, normally 10 ms, up to 100 ms, through suppressor and gain stage. Returns the number of samples
  * written, about count * output_rate / input_rate (rounded down, the fraction carried on) or 0 while the
- * delay line fills; -1 for a longer block. A count below 1 returns 0. Output never holds -32768. */
+ * delay line fills (and, from 11025 or 22050 Hz to another rate, for one call in some days); -1 for a longer
+ * block. A count below 1 returns 0. Output never holds -32768. */
 VQNS_API int32_t vq_ns_process_tenms(vq_ns_data* instance, const int16_t* input, int16_t* output,
                                      int32_t count);
 
 /* A block of any length up to 100 ms at least, for equal rates on both sides. Cuts it into 10 ms pieces,
  * holds what is left over, and hands output back in blocks of exactly count. Returns count when it wrote
  * count samples; 0 when fewer are waiting; count when it is below 1, with nothing done; -1 after printing
- * "Data Unable to Process by VQNS" when a piece fails or the output queue (10240 samples) cannot take it, the
- * queue then unchanged. output may be input. With unequal rates the queue fills or starves. Input rates below
- * 100 Hz: -1. */
+ * "Data Unable to Process by VQNS" when a piece fails or, with nothing done, when the output queue (10240
+ * samples) has no room for what the block gives. output may be input. With unequal rates the queue fills or
+ * starves. Input rates below 100 Hz: -1. */
 VQNS_API int32_t vq_ns_process(vq_ns_data* instance, const int16_t* input, int16_t* output, int32_t count);
 
 /* A signal that comes as two half-rate bands (vq_ns_qmf.h), count samples each, at most 480 (else -1, nothing
@@ -137,8 +139,9 @@ VQNS_API int32_t vq_ns_destry(vq_ns_data* instance);
 /* The delay of the stream that a host hears when it plays silence for every call that returns 0: from a
  * sample fed to the same sample delivered, in output samples, rounded, for calls of 10 ms (input_rate / 100
  * samples). It covers vq_ns_process_tenms, vq_ns_process and vq_ns_proc; vq_ns_sprocess adds the 22 samples
- * of the band filters (at the rate of the merged signal). Longer calls add what the host itself gathers. -1
- * for a null instance or one whose rates could not be served. */
+ * of the band filters (at the rate of the merged signal). Calls of other lengths are later: a whole call
+ * of output is held back, so that vq_ns_proc in calls of 100 ms begins after 200 ms. -1 for a null instance
+ * or one whose rates could not be served. */
 VQNS_API int32_t vq_ns_delay(const vq_ns_data* instance);
 
 /* Version of the library, "major.minor.patch". Static storage. */

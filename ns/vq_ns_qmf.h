@@ -8,7 +8,8 @@
 
 #include "vqns_api.h"
 
-/* Two delay lines of 24 samples, each stored twice, and the place of the newest sample in each, 0 to 23. */
+/* Two delay lines of 24 samples, each stored twice, and the place in each of the next pair's older
+ * sample, odd; the newer one goes below it. */
 typedef struct vq_ns_qmf_state {
     int16_t analysis[48];
     int16_t synthesis[48];

@@ -508,6 +508,7 @@ TEST(LayerKernels, RecurrentLayerStepsEachRowFromItsState) {
         for (const int32_t level : levels()) layer.check(initial, std::max(0, -reach), level);
     };
     for (const int stride : {0, 64}) run(31, 64, stride, Feed::kNormal, 0.2f);
+    for (const int units : {72, 128}) run(31, units, 0, Feed::kNormal, 0.1f);
     for (const Feed kind : kFeeds) {
         for (int i = 0; i < 10; ++i) {
             const int units = 8 * from(1, 8), rows = i == 0 ? 0 : i == 1 ? from(33, 70) : from(1, 12);
@@ -581,6 +582,27 @@ void expect_normalised(const float* x, const float* got, const Floats& scale, co
     }
 }
 
+/* One row at the plain level, where every rounding is fixed. */
+Floats normalised_exactly(const float* x, const Floats& scale, const Floats& shift, const float* slope,
+                          size_t n, int divisor) {
+    const double share = static_cast<double>(1.0f / static_cast<float>(divisor));
+    double sum = 0, squares = 0;
+    for (size_t i = 0; i < n; ++i) sum += static_cast<double>(x[i]);
+    const float mean = static_cast<float>(sum * share);
+    for (size_t i = 0; i < n; ++i) squares += std::pow(static_cast<double>(x[i] - mean), 2);
+    const double variance =
+        static_cast<double>(static_cast<float>(squares * share)) + static_cast<double>(0.001f);
+    const float inverse = static_cast<float>(1 / std::sqrt(variance));
+    Floats y(n);
+    for (size_t i = 0; i < n; ++i) {
+        y[i] = scale[i] * (x[i] - mean);
+        y[i] *= inverse;
+        y[i] += shift[i];
+        if (slope != nullptr && !(y[i] > 0)) y[i] *= slope[i];
+    }
+    return y;
+}
+
 Floats rows_with_offset(size_t n, Feed kind) {
     Floats x = feed(n, kind);
     const float offset = from(0, 1) == 0 ? 0.0f : std::ldexp(1.0f, from(0, 20));
@@ -605,6 +627,9 @@ TEST(Normalisations, WholeArraysWithPaddingInTheSumsAlone) {
                     const Floats got = in_place ? in.values() : out.values();
                     expect_normalised(x.data(), got.data(), scale, shift, nullptr, count, divisor,
                                       "nm0, level " + std::to_string(level));
+                    if (level == VQ_NS_LEVEL_GENERIC) {
+                        ASSERT_EQ(got, normalised_exactly(x.data(), scale, shift, nullptr, count, divisor));
+                    }
                 }
             }
         }
@@ -627,9 +652,23 @@ TEST(Normalisations, RowsEachByThemselvesThenRectified) {
                 for (size_t r = 0; r < static_cast<size_t>(rows); ++r) {
                     expect_normalised(&x[r * n], &got[r * n], scale, shift, slope.data(), n, ch,
                                       "nm1, level " + std::to_string(level) + ", row " + std::to_string(r));
+                    if (level == VQ_NS_LEVEL_GENERIC) {
+                        ASSERT_EQ(Floats(&got[r * n], &got[r * n] + n),
+                                  normalised_exactly(&x[r * n], scale, shift, slope.data(), n, ch));
+                    }
                 }
             }
         }
+    }
+}
+
+TEST(Normalisations, NotANumberSpoilsItsRowAlone) {
+    for (const int32_t level : levels()) {
+        Floats x = normal(3 * 16);
+        x[20] = kNan;
+        const Floats ones(16, 1.0f);
+        table_of(level).nm1(x.data(), ones.data(), ones.data(), ones.data(), 3, 16);
+        for (size_t i = 0; i < x.size(); ++i) ASSERT_EQ(std::isnan(x[i]), i / 16 == 1) << level << " " << i;
     }
 }
 

@@ -16,7 +16,8 @@ int32_t network_encode(vq_ns_network* net, const vq_ns_kernel_table* k, const fl
     const int16_t frame = static_cast<int16_t>(2 * bins);
     k->cpy_dpc(net->input_history + frame, net->input_history, frame);
     k->cpy_dpc(in, net->input_history + frame, frame);
-    if (++net->warm_up < 2) return VQ_NS_MAP_ROWS;
+    if (net->warm_up < INT16_MAX) ++net->warm_up;
+    if (net->warm_up < 2) return VQ_NS_MAP_ROWS;
 
     float* current = net->layer0_history + VQ_NS_MAP0;
     convolve(k, k->l1, encoder_weights, net->input_history, net->work, 2, 32, static_cast<int16_t>(bins),

@@ -15,7 +15,7 @@ float centre_and_scale(const float* x, const float* scale, float* out, int32_t n
     for (int32_t i = 0; i < n; ++i) {
         const float centred = x[i] - mean;
         out[i] = scale[i] * centred;
-        squares += static_cast<double>(centred * centred);
+        squares += static_cast<double>(centred) * static_cast<double>(centred);
     }
     const double variance =
         static_cast<double>(static_cast<float>(squares * static_cast<double>(per_element)));
@@ -36,8 +36,8 @@ void vq_ns_nm1(float* x, const float* scale, const float* shift, const float* sl
         const float inverse = centre_and_scale(x, scale, x, ch, per_element);
         for (int32_t c = 0; c < ch; ++c) {
             const float y = x[c] * inverse + shift[c];
-            /* y or y * slope[c], without a branch that nothing foretells. */
-            const float positive = y > 0.0f ? y : 0.0f, negative = y < 0.0f ? y : 0.0f;
+            /* y or y * slope[c], without a branch that nothing foretells. Not a number is "negative". */
+            const float positive = 0.0f < y ? y : 0.0f, negative = 0.0f < y ? 0.0f : y;
             x[c] = positive + negative * slope[c];
         }
     }

@@ -12,15 +12,14 @@
 
 #include "vqns_api.h"
 
-/* ---- Element kernels
- * -----------------------------------------------------------------------------------------
+/* ---- Element kernels ----
  *
  * All but cpy_dpc and concat work in whole blocks of eight: a count n > 0 is rounded up to a multiple of
  * eight, and that many elements are read and written. A count below 1 does nothing. */
 
 /* x[i] = 0 */
 VQNS_API void vq_ns_mclear(float* x, int16_t n);
-/* dst[i] = src[i], ascending in blocks */
+/* dst[i] = src[i], ascending in blocks: dst may lie below src in one array */
 VQNS_API void vq_ns_cpy(const float* src, float* dst, int16_t n);
 /* dst[i] = src[i] for exactly n elements, with the effect of an ascending element copy wherever the two lie:
  * a destination below its source moves the data down; one above it within n repeats the first elements. */
@@ -36,8 +35,7 @@ VQNS_API void vq_ns_s2f(const int16_t* in, float* out, int16_t n);
 /* Interleaves two planes: out[2j] = a[j], out[2j + 1] = b[j] while 2j < n; n counts output elements. */
 VQNS_API void vq_ns_concat(float* out, const float* a, const float* b, int16_t n);
 
-/* ---- Activations
- * ---------------------------------------------------------------------------------------------*/
+/* ---- Activations ---- */
 
 /* tanh(x) by the second-order Taylor step around the nearest entry of tansig_table; exactly +-1 from |x| = 8.
  */
@@ -47,8 +45,7 @@ VQNS_API float vq_ns_sigmoid_approx(float x);
 /* tanh(0.04 i), six decimals */
 VQNS_DATA const float tansig_table[201];
 
-/* ---- Normalisation
- * -------------------------------------------------------------------------------------------
+/* ---- Normalisation ----
  *
  * y = (x - mean) / sqrt(variance + 0.001) * scale + shift; sums are formed in double precision. */
 
@@ -59,8 +56,7 @@ VQNS_API void vq_ns_nm0(const float* x, const float* scale, const float* shift, 
 VQNS_API void vq_ns_nm1(float* x, const float* scale, const float* shift, const float* slope, int16_t rows,
                         int16_t ch);
 
-/* ---- Layers
- * --------------------------------------------------------------------------------------------------
+/* ---- Layers ----
  *
  * ch_out is a multiple of eight except in l8. */
 
@@ -75,7 +71,7 @@ VQNS_API void vq_ns_l2(const float* in, const float* w, const float* bias, float
 VQNS_API void vq_ns_l3(const float* in, const float* w, const float* bias, float* out, int16_t ch_in,
                        int16_t ch_out, int16_t bins_in, int16_t bins_out);
 
-/* Gated recurrent layer of `units` inputs and units (a multiple of eight, at most 64), one step a row,
+/* Gated recurrent layer of `units` inputs and units (a multiple of eight), one step a row,
  * ascending: z = sigmoid(Wz x + Uz h), r = sigmoid(Wr x + Ur h), n = tanh(Wn x + r * (Un h)), each product
  * with its bias, h' = z * h + (1 - z) * n Row t reads x + t * units and the state h + t * stride, and writes
  * the new state to out + t * units and over the old one: stride 0 carries one state from row to row, stride
@@ -103,8 +99,7 @@ VQNS_API void vq_ns_l8(const float* in, const float* w, const float* bias, float
  * the imaginary part of bin 0 is 0. */
 VQNS_API void vq_ns_l9(const float* re, const float* im, const float* mask, float* out, int16_t n);
 
-/* ---- The table
- * -----------------------------------------------------------------------------------------------*/
+/* ---- The table ---- */
 
 enum { VQ_NS_LEVEL_GENERIC = 0, VQ_NS_LEVEL_AVX = 1, VQ_NS_LEVEL_AVX2 = 2 };
 

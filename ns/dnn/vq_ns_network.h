@@ -33,7 +33,7 @@ typedef struct vq_ns_network {
     float decoder_layer1[2 * VQ_NS_MAP0]; /* decoder layer 1: current frame, carry into the next */
     float input_history[1040]; /* normalised spectrum: previous frame, current frame, 2 x 514 used */
     float mask[1040];          /* complex mask: current frame, carry into the next, 2 x 514 used */
-    int16_t warm_up;           /* frames encoded, up to 3 */
+    int16_t warm_up;           /* frames encoded; the pipeline counts up to 3 */
 } vq_ns_network;
 
 #endif

@@ -58,6 +58,7 @@ void synthesise(const vq_ns_fft_data& fft, float* time, float* re, float* im) {
 }  // namespace
 
 int32_t vq_ns_fft_process(const vq_ns_fft_data* fft, float* time, bool forward, float* re, float* im) {
+    if (fft->n != kPoints) return -1;
     for (int k = 0; k < kPoints; ++k) {
         re[k] = time[2 * k];
         im[k] = time[2 * k + 1];

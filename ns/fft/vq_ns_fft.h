@@ -59,17 +59,19 @@ VQNS_API int32_t vq_ns_fft_init(vq_ns_fft_data* fft, int32_t real_length, int32_
  * in bit-reversed order; m below 1 does nothing. m must not exceed the record's. */
 VQNS_API void vq_ns_fft_comp(const vq_ns_fft_data* fft, float* re, float* im, int32_t m);
 
-/* Permutes the 2^m values of one plane from bit-reversed into natural order; seeds is the record's table. */
+/* Permutes the 2^m values of one plane from bit-reversed into natural order; seeds and m
+ * are the record's: its table serves no other size. */
 VQNS_API void vq_ns_fft_bitrev(float* x, const int32_t* seeds, int32_t m);
 
-/* Real transforms of a record made for 512; the two functions are one routine, both return 0.
+/* Real transforms of a record made for 512; the two functions are one routine. 0, or -1 with nothing done for
+ * a record of another length.
  *
  * forward: time[512] (read only) to bins 0..256 in re[257] and im[257], unscaled, with
  *   im[0] = im[256] = 0.
  * else: time[512] holds the spectrum (time[0] bin 0, time[1] bin 256, both real; time[2k] and time[2k+1]
  *   the parts of bin k) and receives 512 samples. re[257] and im[257] are work space. The constant
- *   term comes out as (bin 0 + bin 256) / 2 on even and on odd samples alike: their difference, which would
- *   tell even from odd samples, is dropped. */
+ *   term, (bin 0 + bin 256) / 512, comes out on the even samples alone: the odd ones lose their mean, and a
+ *   constant frame c returns as c, 0, c, 0 ... */
 VQNS_API int32_t vq_ns_fft_process(const vq_ns_fft_data* fft, float* time, bool forward, float* re,
                                    float* im);
 VQNS_API int32_t vq_ns_ifft_process(const vq_ns_fft_data* fft, float* time, bool forward, float* re,
@@ -79,11 +81,13 @@ VQNS_API int32_t vq_ns_ifft_process(const vq_ns_fft_data* fft, float* time, bool
 VQNS_DATA const float hanning_win_coeff[480];
 
 /* Kernels. Each has a plain, an AVX and an AVX2 version with identical results. The plain ones touch exactly
- * count floats. The others work in whole blocks of eight: pass multiples of eight, in any alignment.
+ * count floats. The others, but for compmag and compphase, work in whole blocks of eight: pass multiples of
+ * eight, in any alignment.
  *
- *   compmag    out[k] = sqrt(re^2 + im^2) for the real_length / 2 + 1 bins of a packed spectrum: entry 0
- * holds bin 0 in re and bin real_length / 2 in im. out must not overlap the inputs. compphase  out[k] =
- * atan2(im[k], re[k]) proc1      exchanges two planes by re += im, im = re - im, re -= im (rounded like that)
+ *   compmag    out[k] = sqrt(re^2 + im^2) for the real_length / 2 + 1 bins of a packed spectrum, entry 0 of
+ *              which holds bin 0 in re and bin real_length / 2 in im; out must not overlap the inputs
+ *   compphase  out[k] = atan2(im[k], re[k])
+ *   proc1      exchanges two planes by re += im, im = re - im, re -= im (rounded like that)
  *   proc2      x[i] *= 1/256
  *   comp1      radix-2 butterfly: a becomes a + b, b becomes a - b, on both planes
  *   comp2      re3, re4, im3, im4 become re3 + im4, re3 - im4, im3 - re4, im3 + re4 */
