@@ -229,6 +229,14 @@ TEST(RateConverterRoutes, MultiplyToTheRatioOfTheirRates) {
     }
     EXPECT_EQ(pairs, 56);
     EXPECT_EQ(shorter, 14);
+    // Other stages of the same ratio, or the same in another order, would sound alike but not be equal.
+    uint64_t digest = 0;
+    for (const auto& row : rk_voip_dsp_src_info) {
+        uint64_t of_row = 0;
+        for (const int16_t value : row) of_row = of_row * 0x100000001b3 + static_cast<uint16_t>(value);
+        digest += of_row;
+    }
+    EXPECT_EQ(digest, 10523886926939335641u);
     const auto text = [](const std::vector<Stage>& stages) {
         std::string s;
         for (const Stage& stage : stages)
