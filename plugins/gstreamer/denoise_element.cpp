@@ -232,6 +232,7 @@ gboolean sink_event(GstBaseTransform* base, GstEvent* event) {
         case GST_EVENT_STREAM_START:
         case GST_EVENT_CAPS:
         case GST_EVENT_SEGMENT:
+        case GST_EVENT_SEGMENT_DONE:
         case GST_EVENT_EOS:
             if (!changes_nothing(base, event)) drain(self);
             break;

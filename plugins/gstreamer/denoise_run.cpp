@@ -39,6 +39,8 @@ void stamp(DenoiseRun& run, GstBuffer* buffer, int64_t frames) {
     GST_BUFFER_PTS(buffer) = timestamp_at(run, start);
     GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
     GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>(duration_of(run, run.put_out) - start);
+    GST_BUFFER_FLAG_UNSET(buffer,
+                          GST_BUFFER_FLAG_GAP);  // what comes out of silence may be the sound before it
     GST_BUFFER_OFFSET(buffer) = GST_BUFFER_OFFSET_NONE;
     GST_BUFFER_OFFSET_END(buffer) = GST_BUFFER_OFFSET_NONE;
 }
@@ -97,8 +99,9 @@ GstFlowReturn denoise_buffer(DenoiseRun& run, GstBuffer* buffer) noexcept {
 Place place_of(DenoiseRun& run, GstClockTime timestamp, bool discontinuity) {
     if (!GST_CLOCK_TIME_IS_VALID(timestamp)) return {Place::kHere};
     const auto time = static_cast<GstClockTimeDiff>(timestamp);
-    if (run.taken_in == 0) run.anchor = time;
-    if (!GST_CLOCK_STIME_IS_VALID(run.anchor)) return {Place::kHere};
+    if (run.taken_in == 0 || !GST_CLOCK_STIME_IS_VALID(run.anchor)) {
+        run.anchor = time - duration_of(run, run.taken_in);
+    }
     const GstClockTimeDiff off = time - (run.anchor + duration_of(run, run.taken_in));
     if (std::abs(off) <= (discontinuity ? kMostRounding : kMostDrift)) {
         if (std::abs(off) > duration_of(run, 1)) run.anchor += off;

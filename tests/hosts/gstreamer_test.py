@@ -72,6 +72,7 @@ class Element:
         for name, value in properties.items():
             self.set(name, value)
         self.bus, self.stretches, self.events, self.upstream = Gst.Bus.new(), [], [], upstream
+        self.marked_as_silence = 0
         self.element.set_bus(self.bus)
         self.source = Gst.Pad.new("s", Gst.PadDirection.SRC)
         self.sink = Gst.Pad.new_from_template(
@@ -99,6 +100,7 @@ class Element:
 
     def _take(self, _pad, _parent, buffer):
         rate, channels = self.format
+        self.marked_as_silence += buffer.has_flags(Gst.BufferFlags.GAP)
         frames = np.frombuffer(buffer.extract_dup(0, buffer.get_size()), np.int16).reshape(-1, channels)
         last = self.stretches[-1] if self.stretches else None
         if last and last["open"] and abs(last["at"] + len(last["frames"]) / rate - buffer.pts / 1e9) < 2e-9:
@@ -131,7 +133,7 @@ class Element:
         segment.start = segment.time = round(start * 1e9)
         self.source.push_event(Gst.Event.new_segment(segment))
 
-    def push(self, frames, at, discont=False, sizes=(320,)):
+    def push(self, frames, at, discont=False, sizes=(320,), silent=False):
         """Pushes samples from a time on (None: without timestamps), in buffers of these sizes in turn."""
         done, number = 0, 0
         while done < len(frames):
@@ -141,6 +143,8 @@ class Element:
                 buffer.pts = round((at + done / self.rate) * 1e9)
             if discont and number == 0:
                 buffer.set_flags(Gst.BufferFlags.DISCONT)
+            if silent:
+                buffer.set_flags(Gst.BufferFlags.GAP)
             assert self.source.push(buffer) == Gst.FlowReturn.OK
             done, number = done + count, number + 1
 
@@ -249,6 +253,9 @@ class GStreamer(unittest.TestCase):
         cases = {
             "lost packet": (lambda e: e.push(b, 3.02, discont=True), [(1, filled)]),
             "gap event": (lambda e: (e.gap(3, .02), e.push(b, 3.02)), [(1, filled)]),
+            "marked silence": (lambda e: (e.push(hole, 3, silent=True), e.push(b, 3.02)), [(1, filled)]),
+            "segment done": (lambda e: e.source.push_event(Gst.Event.new_segment_done(Gst.Format.TIME, 3 * 10**9)),
+                             [(1, first)]),
             "drift": (lambda e: e.push(b, 3.02), [(1, whole[:cut]), (left + .02, whole[cut:])]),
             "drift back": (lambda e: e.push(b, 2.98), [(1, whole[:cut]), (left - .02, whole[cut:])]),
             "rounding": (lambda e: e.push(b, 2.9995, discont=True), [(1, whole[:cut]), (left - .0005, whole[cut:])]),
@@ -275,6 +282,7 @@ class GStreamer(unittest.TestCase):
                 for found, (_, samples) in zip(e.stretches, expected):
                     self.same(found["frames"], samples, name)
                 self.assertEqual(Gst.EventType.GAP in e.events, name == "long gap event")
+                self.assertEqual(e.marked_as_silence, 0)
                 told = e.messages(0)
                 self.assertGreater(len(told), 0)
                 self.assertEqual([m[0] for m in told], ["start", "end"] * (len(told) // 2))
@@ -284,6 +292,12 @@ class GStreamer(unittest.TestCase):
         e.push(x[:100], 1)
         e.end()
         self.same(e.stretches[0]["frames"], model(x[:100], 16000), "shorter than the delay")
+        e = Element(16000)
+        e.push(a[:320], None)
+        e.push(a[320:], 1.02)
+        e.end()
+        self.assertEqual([s["at"] for s in e.stretches], [1])
+        self.same(e.stretches[0]["frames"], first, "first buffer without a timestamp")
 
     def test_properties_change_while_playing(self):
         x = hosts.noisy(HERE / "in.wav")[:64000]

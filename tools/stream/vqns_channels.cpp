@@ -1,6 +1,7 @@
 #include "vqns_channels.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace vqns_stream {
 namespace {
@@ -25,6 +26,7 @@ void process_frames(Channels& channels, Sample* interleaved, int64_t frames) {
 }  // namespace
 
 Channels open_channels(int rate, int channels, const Options& options) {
+    if (channels < 1) throw std::runtime_error("no channels");
     Channels opened;
     Options own = options;
     for (own.channel = 0; own.channel < channels; ++own.channel) opened.streams.emplace_back(open(rate, own));

@@ -61,12 +61,13 @@ void close(Stream* stream);  // null is allowed
 // In samples at the stream's rate.
 int64_t latency(const Stream* stream);
 
-// out may be in. A count below 1 does nothing. In floating point full scale is 1; what lies beyond is
-// clipped, and not-a-number is silence.
+// out may be in. A count below 1 does nothing. In floating point full scale is 1; unless
+// bypassed, what lies beyond is clipped, and not-a-number is silence.
 void process(Stream* stream, const int16_t* in, int16_t* out, int64_t count);
 void process(Stream* stream, const float* in, float* out, int64_t count);
 
-// From the next hop on, across which they come in gradually.
+// From the next hop on, across which they come in gradually. A limit that is negative or not a number throws
+// std::runtime_error and changes nothing.
 void set_attenuation_limit(Stream* stream, double limit);
 void set_level(Stream* stream, bool level);
 
