@@ -2,7 +2,7 @@
 # stage.sh SOURCE STAGED CONTROL VERSION COMPONENT=PACKAGE...: completes the installed trees STAGED/COMPONENT/usr with
 # what a Debian package holds besides, and writes into CONTROL the library's symbols, shlibs and triggers and each
 # component's dependencies, COMPONENT.depends. Files get the date SOURCE_DATE_EPOCH.
-set -eu
+set -eu -o pipefail
 source=$1 staged=$2 control=$3 version=$4
 shift 4
 umask 022

@@ -2,9 +2,10 @@
 # source_tarball.sh [OUT]: writes OUT/vqns-VERSION.tar.xz with the files of the last commit and prints its path; without
 # OUT into build/dist. A commit gives the same bits wherever and whenever it is packed: git takes dates from the commit
 # and names from its sorted tree, and the owner is always root.
-set -eu
+set -eu -o pipefail
+out=${1:+$(realpath -m "$1")}
 cd "$(dirname "$0")/.."
-out=${1:-build/dist}
+out=${out:-build/dist}
 if [ "$(git rev-parse --show-cdup 2>/dev/null || echo none)" != "" ]; then
     echo "source_tarball.sh: needs the git checkout of vqns" >&2
     exit 1

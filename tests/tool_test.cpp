@@ -310,6 +310,16 @@ TEST_F(Tool, MakesRealSpeechCleanerAndSaysSo) {
         EXPECT_GT(speech[1], speech[0] - 4) << name;
 
         if (in != kSample) continue;
+        // A second channel without speech takes nothing from the time with speech.
+        Sound stereo = {16000, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, {}};
+        for (const int16_t x : load(in).samples) stereo.samples.insert(stereo.samples.end(), {0, x});
+        save(at("stereo.wav"), stereo);
+        const std::string both = run({"denoise", at("stereo.wav"), at("out2.wav"), "--no-level"}).err;
+        const auto share = [](const std::string& text) {
+            const size_t end = text.find(" % of the time");
+            return text.substr(text.rfind(' ', end - 1), end - text.rfind(' ', end - 1));
+        };
+        EXPECT_EQ(share(both), share(result.err));
         // The same from the files, by the pieces that the detector tells.
         const Result vad = run({"vad", in, "--format", "json", "--min-pause", "0", "--min-speech", "0"});
         const Json segments = parse_json(vad.out)["segments"];
@@ -389,6 +399,14 @@ TEST_F(Tool, RawStreamEqualsFile) {
     }
 }
 
+TEST_F(Tool, NoMessageGetsIntoTheSoundWhereStandardErrorIsClosed) {
+    write_text(at("in.raw"), raw(tones(16000, 1, 0.5).samples));
+    const std::string command =
+        "'" VQNS_PROGRAM "' denoise --rate 16000 - - <'" + at("in.raw") + "' >'" + at("out.raw") + "' 2>&-";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    EXPECT_EQ(contents(at("out.raw")).size(), 16000u);
+}
+
 TEST_F(Tool, LiveStreamIsNotHeldBack) {
     int to[2], from[2];
     ASSERT_EQ(pipe(to), 0);
@@ -434,6 +452,10 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
         const std::string whole = contents(at(std::string("good.") + ending));
         write_text(at(std::string("cut.") + ending), whole.substr(0, whole.size() * 6 / 10));
     }
+    // A header that libsndfile's log has no room for.
+    std::string long_header = contents(at("good.wav"));
+    for (int i = 0; i < 100; ++i) long_header.insert(36, std::string("Note\4\0\0\0text", 12));
+    write_text(at("long.wav"), long_header.substr(0, long_header.size() - 3000));
     write_text(at("empty.wav"), "");
     write_text(at("header.wav"), contents(at("good.wav")).substr(0, 44).replace(40, 4, std::string(4, '\0')));
     write_text(at("words.wav"), std::string(5000, 'w'));
@@ -474,6 +496,7 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
         {{"denoise", at("header.wav"), old}, 1, "header.wav: holds no sound"},
         {{"denoise", at("words.wav"), old}, 1, "words.wav: not a sound file"},
         {{"denoise", at("cut.wav"), old}, 1, "cut.wav: is truncated"},
+        {{"denoise", at("long.wav"), old}, 1, "long.wav: is truncated"},
         {{"denoise", at("cut.ogg"), old}, 1, "cut.ogg: is truncated"},
         {{"denoise", at("cut.flac"), old}, 1, "cut.flac: is truncated"},
         {{"vad", at("cut.wav")}, 1, "cut.wav: is truncated"},
@@ -488,6 +511,8 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
         {{"denoise", good, at("new.wav"), "--spectrogram", at("new.wav")},
          1,
          "new.wav: is the input or the output"},
+        {{"denoise", good, "new.wav", "--spectrogram", "./new.wav"}, 1, "is the input or the output"},
+        {{"denoise", good, "-", "--spectrogram", "-"}, 2, "--spectrogram"},
         {{"denoise", good, at("folder")}, 1, "folder: is a directory"},
         {{"denoise", good, at("nowhere/out.wav")}, 1, "out.wav: No such file"},
         {{"denoise", good, old, "--spectrogram", at("nowhere/a.png")}, 1, "a.png: No such file"},
@@ -495,6 +520,7 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
         {{"denoise", good, "/dev/full"}, 1, "/dev/full: No space left"},
         {{"report", good}, 2, "--output"},
         {{"report", "-", "-o", old}, 2, "--rate"},
+        {{"report", good, "-o", "-"}, 2, "--output"},
         {{"report", good, "-o", old, "--size-limit", "0"}, 2, "--size-limit"},
         {{"report", good, "-o", at("link.wav")}, 1, "link.wav: is the input"},
         {{"report", good, "-o", at("folder")}, 1, "folder: is a directory"},
@@ -520,7 +546,7 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
     EXPECT_EQ(ragged.status, 1);
     EXPECT_EQ(ragged.out.size(), 1000u) << "whole frames still come out";
 
-    for (const char* name : {"cut.wav", "cut.ogg", "cut.flac"}) {
+    for (const char* name : {"cut.wav", "long.wav", "cut.ogg", "cut.flac"}) {
         const Result accepted = run({"denoise", "-q", "--accept-truncated", at(name), at("out.wav")});
         EXPECT_EQ(accepted.status, 0) << accepted.err;
         EXPECT_NE(accepted.err.find("using what there is"), std::string::npos) << accepted.err;
@@ -558,7 +584,7 @@ TEST_F(Tool, FullDiskIsNoticedWhateverTheFormat) {
     }
 
     for (const Arguments& arguments :
-         {Arguments{"denoise", "-q", in, "-"}, {"vad", "-q", kSample}, {"info"}}) {
+         {Arguments{"denoise", "-q", in, "-"}, {"vad", "-q", kSample}, {"info"}, {"--help"}}) {
         const Result result = run(arguments, "", "/dev/full");
         EXPECT_EQ(result.status, 1) << arguments[0];
         EXPECT_EQ(result.err, "vqns: standard output: No space left on device\n") << arguments[0];
@@ -566,7 +592,7 @@ TEST_F(Tool, FullDiskIsNoticedWhateverTheFormat) {
 }
 
 TEST_F(Tool, SignalsLeaveNoTemporaryFile) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
         write_text(at("out.wav"), "an older result");
         int to[2];
         ASSERT_EQ(pipe(to), 0);
@@ -596,6 +622,12 @@ TEST_F(Tool, ReplacesFilesWithCare) {
     EXPECT_TRUE(fs::is_symlink(at("link.wav")));
     EXPECT_EQ(fs::status(at("real.wav")).permissions(), fs::perms{0640});
     EXPECT_EQ(load(at("real.wav")).frames(), 3200u);
+    fs::create_symlink("made.wav", folder / "dangling.wav");
+    ASSERT_EQ(run({"denoise", "-q", at("in.wav"), at("dangling.wav")}).status, 0);
+    EXPECT_TRUE(fs::is_symlink(at("dangling.wav")));
+    EXPECT_EQ(load(at("made.wav")).frames(), 3200u);
+    const std::string longest(251, 'n');
+    EXPECT_EQ(run({"denoise", "-q", at("in.wav"), at(longest + ".wav")}).err, "");
     const mode_t mask = umask(027);
     ASSERT_EQ(run({"denoise", "-q", at("in.wav"), at("new.wav")}).status, 0);
     umask(mask);
@@ -676,6 +708,13 @@ TEST_F(Tool, ResamplesInPlaceAndInFull) {
         run({"resample", "-", "-", "--input-rate", "44100", "--channels", "2", "--rate", "8000"},
             {raw(in.samples)});
     EXPECT_LT(tone_error_db({8000, 2, 0, from_raw(piped.out)}), -45);
+    const Result slow = run({"resample", "-", "-", "--input-rate", "4000", "--rate", "8000"},
+                            raw(tones(4000, 1, 0.3).samples));
+    EXPECT_LT(tone_error_db({8000, 1, 0, from_raw(slow.out)}), -45) << slow.err;
+    save(at("in.opus"), tones(16000, 1, 0.3, SF_FORMAT_OGG | SF_FORMAT_OPUS));
+    const Result coded = run({"resample", "-q", at("in.opus"), at("out.ogg"), "--rate", "44100"});
+    EXPECT_EQ(coded.err, "");
+    EXPECT_EQ(load(at("out.ogg")).format, SF_FORMAT_OGG | SF_FORMAT_VORBIS) << "Opus has no such rate";
 }
 
 TEST_F(Tool, InfoTellsTheDelay) {

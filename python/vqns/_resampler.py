@@ -12,7 +12,7 @@ class Resampler:
     """Rate conversion of a recording that comes in blocks of any size.
 
     What `process` returns for all blocks and `flush` after the last, one behind the other, lies sample on sample with
-    the input; of N frames in all come round(N * new_rate / rate). Sound is 16-bit PCM inside.
+    the input; of N frames in all come int(N * new_rate / rate + 0.5). Sound is 16-bit PCM inside.
 
     Args:
         rate, new_rate: 1000 to 768000 Hz, at most 256 to 1 apart.
@@ -50,8 +50,8 @@ class Resampler:
 
 
 def resample(x: Sound, rate: int, new_rate: int) -> Sound:
-    """A recording at another sampling rate, in the same type and sample on sample with it: round(N * new_rate / rate)
-    frames of N.
+    """A recording at another sampling rate, in the same type and sample on sample with it:
+    int(N * new_rate / rate + 0.5) frames of N.
 
     Args:
         x: int16 or float32, [samples] or [samples, channels].

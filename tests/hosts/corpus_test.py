@@ -120,12 +120,20 @@ class Corpus(unittest.TestCase):
             titled.write(x)
         shutil.copy(self.source / "a/plain.wav", os.fsencode(self.source / ODD_NAME))
         (self.source / "a/b/back").symlink_to(self.source)
+        (self.source / "c/d").mkdir(parents=True)
+        shutil.copy(self.source / "a/plain.wav", self.source / "c/d/e.wav")
+        (self.source / "b").symlink_to(self.source / "c/d")  # a folder under two names
         long = np.tile(hosts.noisy(self.source / "long.wav", 48000, 2), (4, 1))
         soundfile.write(self.source / "long.wav", long, 48000)
+        speech = soundfile.read(hosts.SOURCE / "samples/hum.flac", dtype="int16")[0]
+        soundfile.write(self.folder / "speech.wav", np.tile(speech, 3), 16000)
+        hosts.run(hosts.PROGRAM, "resample", "-q", self.folder / "speech.wav", self.source / "song.mp3",
+                  "--rate", 44100)  # frames of it need what the ones before left
         good = {"a/plain.wav", "a/b/stereo 44.1.flac", "a/24 bit.wav", "a/float.aiff", "a/8 bit.wav", "a/law.au",
-                "titled.ogg", ODD_NAME, "long.wav"}
+                "titled.ogg", ODD_NAME, "long.wav", "song.mp3", "b/e.wav", "c/d/e.wav"}
         plain = (self.source / "a/plain.wav").read_bytes()
-        bad = {"a/junk.wav": (b"what is this?", "recognised"), "empty.flac": (b"", "empty"),
+        long_header = plain[:36] + 100 * b"Note\4\0\0\0text" + plain[36:50001]  # too long for libsndfile's log
+        bad = {"a/long.wav": (long_header, "truncated"), "a/junk.wav": (b"what is this?", "recognised"), "empty.flac": (b"", "empty"),
                "a/b/cut.wav": (plain[:50001], "truncated"), "killer.wav": (plain, "worker"),
                "cut.flac": ((self.source / "a/b/stereo 44.1.flac").read_bytes()[:99999], "truncated")}
         for name, (content, _) in bad.items():

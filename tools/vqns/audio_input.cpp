@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include "failure.h"
@@ -15,9 +17,11 @@
 namespace vqns_tool {
 namespace {
 
+// Sizes from here on stand in headers of programs that wrote to a pipe.
+constexpr int64_t kPlaceholderSize = 0x7f000000;
+
 // Where a header promises more bytes than the file has, libsndfile reads what there is and says so in its
-// log alone: "data : 64000 (should be 38382)". Sizes of 0x7f000000 and more are placeholders of programs
-// that wrote to a pipe. Ogg files without an end have an unknown length.
+// log alone: "data : 64000 (should be 38382)". Ogg files without an end have an unknown length.
 bool promises_more(SNDFILE* file, const SF_INFO& info) {
     const int container = info.format & SF_FORMAT_TYPEMASK;
     if (container == SF_FORMAT_OGG) return info.frames == SF_COUNT_MAX && info.seekable != 0;
@@ -36,7 +40,29 @@ bool promises_more(SNDFILE* file, const SF_INFO& info) {
             std::sscanf(line.c_str() + colon, ": %lld (should be %lld)", &promised, &found) != 2) {
             continue;
         }
-        if (promised > found && promised < 0x7f000000) return true;
+        if (promised > found && promised < kPlaceholderSize) return true;
+    }
+    return false;
+}
+
+// Whether the sound of a WAV or AIFF file, by the size of its chunk, reaches beyond the end of the file: the
+// log holds some two thousand characters, and other chunks may fill it before.
+bool sound_is_cut(const std::string& path, int64_t size) {
+    std::ifstream file(path, std::ios::binary);
+    unsigned char head[12];
+    const auto read = [&](size_t count) {
+        return static_cast<bool>(
+            file.read(reinterpret_cast<char*>(head), static_cast<std::streamsize>(count)));
+    };
+    const auto is = [&](const char* id) { return std::memcmp(head, id, 4) == 0; };
+    if (!read(12)) return false;
+    const bool big_endian = is("FORM") || is("RIFX");
+    if (!big_endian && !is("RIFF")) return false;
+    while (read(8)) {
+        int64_t promised = 0;
+        for (int i = 0; i < 4; ++i) promised = promised << 8 | head[big_endian ? 4 + i : 7 - i];
+        if (is("data") || is("SSND")) return size - file.tellg() < promised && promised < kPlaceholderSize;
+        file.seekg(promised + promised % 2, std::ios::cur);
     }
     return false;
 }
@@ -65,7 +91,8 @@ void open_file(AudioInput& input, const std::string& path) {
     input.channels = info.channels;
     input.format = info.format;
     input.frames = info.frames == SF_COUNT_MAX ? -1 : info.frames;
-    if (promises_more(input.file.get(), info)) truncated(input, "is truncated");
+    const bool is_cut = S_ISREG(there.st_mode) && sound_is_cut(path, there.st_size);
+    if (is_cut || promises_more(input.file.get(), info)) truncated(input, "is truncated");
 }
 
 int64_t read_file(AudioInput& input, int16_t* out, int64_t frames) {

@@ -42,8 +42,12 @@ bool can_write(SF_INFO info, int format) {
     const int samples = format & SF_FORMAT_SUBMASK;
     const bool mpeg = samples >= SF_FORMAT_MPEG_LAYER_I && samples <= SF_FORMAT_MPEG_LAYER_III;
     if (mpeg && (format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) return false;
+    // sf_format_check does not know of these.
+    constexpr int kOpusRates[] = {8000, 12000, 16000, 24000, 48000};
+    const bool has_rate = samples != SF_FORMAT_OPUS || std::find(std::begin(kOpusRates), std::end(kOpusRates),
+                                                                 info.samplerate) != std::end(kOpusRates);
     info.format = format;
-    return sf_format_check(&info) == SF_TRUE;
+    return has_rate && sf_format_check(&info) == SF_TRUE;
 }
 
 // Chooses the format for `info`'s rate and channels; 0 if there is none.

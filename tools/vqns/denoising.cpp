@@ -66,11 +66,6 @@ void run_denoising(Denoising& d, bool quiet) {
     }
 }
 
-double speech_share(const LevelMeter& meter) {
-    const int64_t hops = std::max<int64_t>(meter.speech.hops + meter.pauses.hops, 1);
-    return static_cast<double>(meter.speech.hops) / static_cast<double>(hops);
-}
-
 void summarise(const Denoising& d, const std::string& out, double elapsed) {
     const double duration = seconds_read(d.input);
     std::fprintf(stderr,

@@ -41,8 +41,6 @@ struct Denoising {
 void open_denoising(Denoising& d, const DenoisingOptions& options);
 void run_denoising(Denoising& d, bool quiet);
 
-double speech_share(const LevelMeter& meter);  // 0..1
-
 // Prints what was done on standard error. `elapsed`: seconds that it took.
 void summarise(const Denoising& d, const std::string& out, double elapsed);
 

@@ -1,5 +1,6 @@
 #include "level_meter.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -32,6 +33,18 @@ void meter_hop(LevelMeter& meter, const vqns_stream::Hop& hop) {
     sum.before += energy(hop.before);
     sum.after += energy(hop.after);
     ++sum.hops;
+
+    const auto channel = static_cast<size_t>(hop.channel);
+    if (meter.hops_of.size() <= channel) meter.hops_of.resize(channel + 1);
+    const size_t number = meter.hops_of[channel]++;
+    if (meter.anybody_speaks.size() <= number) meter.anybody_speaks.resize(number + 1);
+    if (hop.speech) meter.anybody_speaks[number] = true;
+}
+
+double speech_share(const LevelMeter& meter) {
+    const auto hops = static_cast<double>(std::max<size_t>(meter.anybody_speaks.size(), 1));
+    const auto spoken = std::count(meter.anybody_speaks.begin(), meter.anybody_speaks.end(), true);
+    return static_cast<double>(spoken) / hops;
 }
 
 double level_before(const LevelMeter::Sum& sum) {

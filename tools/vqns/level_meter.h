@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "vqns_stream.h"
 
@@ -16,11 +17,16 @@ struct LevelMeter {
         double before = 0, after = 0;  // of squared samples
         int64_t hops = 0;
     };
-    Sum speech, pauses;
+    Sum speech, pauses;                // over all channels
+    std::vector<size_t> hops_of;       // by channel
+    std::vector<bool> anybody_speaks;  // by hop
     double end = 1e300;  // seconds of input; hops that reach beyond it, or before 0, do not count
 };
 
 void meter_hop(LevelMeter& meter, const vqns_stream::Hop& hop);
+
+// Of the time, with speech in any channel: 0 to 1.
+double speech_share(const LevelMeter& meter);
 
 // Root mean square in dB below full scale (32768). -infinity for digital silence.
 double level_before(const LevelMeter::Sum& sum);

@@ -1,8 +1,11 @@
+#include <fcntl.h>
+
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <new>
+#include <sstream>
 
 #include "commands.h"
 #include "failure.h"
@@ -28,10 +31,12 @@ CLI::Validator between(double low, double high) {
     return CLI::Validator(check, "");
 }
 
-void add_raw_options(CLI::App& command, RawFormat& raw, const char* rate_name) {
+void add_raw_options(CLI::App& command, RawFormat& raw, const char* rate_name,
+                     const CLI::Validator& is_rate = between(vqns_stream::kLowestRate,
+                                                             vqns_stream::kHighestRate)) {
     command.add_option(rate_name, raw.rate, "Sampling rate of raw PCM on standard input, in Hz")
         ->type_name("HZ")
-        ->check(between(vqns_stream::kLowestRate, vqns_stream::kHighestRate));
+        ->check(is_rate);
     command.add_option("--channels", raw.channels, "Channels of raw PCM on standard input (default 1)")
         ->type_name("N")
         ->check(between(1, 1024));
@@ -69,10 +74,15 @@ void add_denoising_options(CLI::App& command, DenoisingOptions& options) {
     add_raw_options(command, options.raw, "--rate");
     command
         .add_option("--attenuation-limit", options.attenuation_limit,
-                    "Turn noise down by this much at most (default: no limit); 0 leaves the sound as it is")
+                    "Turn noise down by this much at most (default: no limit); 0 takes none out")
         ->type_name("DB")
         ->check(between(0, 1000));
     command.add_flag("--level,!--no-level", options.level, "Bring speech to an even level (default: yes)");
+}
+
+// What is written to it is not sound.
+void check_is_file(const std::string& name, const char* option) {
+    if (name == "-") throw CLI::ValidationError(std::string(option) + " is a file, not standard output");
 }
 
 void add_denoise(CLI::App& app, DenoiseOptions& options) {
@@ -90,6 +100,7 @@ void add_denoise(CLI::App& app, DenoiseOptions& options) {
         if (options.constant_delay && options.out != "-") {
             throw CLI::ValidationError("--constant-delay goes with raw PCM on standard output");
         }
+        check_is_file(options.spectrogram, "--spectrogram");
         denoise(options);
     });
 }
@@ -107,6 +118,7 @@ void add_report(CLI::App& app, ReportOptions& options) {
         ->check(between(1, 1000));
     command.callback([&options] {
         check_raw(options.in, options.raw, "--rate");
+        check_is_file(options.out, "--output");
         report(options);
     });
 }
@@ -145,11 +157,12 @@ void add_resample(CLI::App& app, ResampleOptions& options) {
     CLI::App& command = *app.add_subcommand("resample", "Change the sampling rate");
     add_common_options(command, options.in, options.accept_truncated, options.quiet);
     add_output(command, options.out);
+    const CLI::Validator is_rate = between(vqns_stream::kLowestNewRate, vqns_stream::kHighestNewRate);
     command.add_option("--rate", options.rate, "New sampling rate, in Hz")
         ->type_name("HZ")
-        ->check(between(vqns_stream::kLowestNewRate, vqns_stream::kHighestNewRate))
+        ->check(is_rate)
         ->required();
-    add_raw_options(command, options.raw, "--input-rate");
+    add_raw_options(command, options.raw, "--input-rate", is_rate);
     command.callback([&options] {
         check_raw(options.in, options.raw, "--input-rate");
         resample(options);
@@ -189,7 +202,12 @@ int run(int argc, char** argv) {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) throw CLI::RequiredError("A subcommand");
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(error);
+        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+            std::ostringstream text;
+            app.exit(error, text, text);
+            print_result(text.str());
+            return 0;
+        }
         return give_up(kMisused, std::string(error.what()) + " (see vqns --help)");
     }
     return 0;
@@ -216,7 +234,16 @@ void print_result(const std::string& text) {
 
 }  // namespace vqns_tool
 
+// The next file opened would take the place of a standard stream that is closed, and our messages with it.
+void occupy_standard_streams() {
+    constexpr int kUseless[] = {O_WRONLY, O_RDONLY, O_RDONLY};
+    for (int stream = 0; stream < 3; ++stream) {
+        if (fcntl(stream, F_GETFD) < 0) open("/dev/null", kUseless[stream]);
+    }
+}
+
 int main(int argc, char** argv) {
+    occupy_standard_streams();
     std::signal(SIGXFSZ, SIG_IGN);  // a file that grows too large is a failed write like any other
     try {
         return run(argc, argv);

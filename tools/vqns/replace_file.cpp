@@ -30,7 +30,7 @@ void remove_and_die(int signal) {
     raise(signal);
 }
 
-constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
 
 void watch_signals() {
     static bool watching = false;
@@ -75,9 +75,16 @@ int make_temporary(std::string& pattern) {
     return descriptor;
 }
 
+// The file that a name stands for, which need not be there: absolute, and through all links.
 std::string resolved(const std::string& name) {
+    enum { kMostLinks = 40 };
+    namespace fs = std::filesystem;
     std::error_code error;
-    const std::filesystem::path path = std::filesystem::weakly_canonical(name, error);
+    fs::path path = fs::absolute(name, error);
+    for (int links = 0; links < kMostLinks && fs::is_symlink(path, error); ++links) {
+        path = path.parent_path() / fs::read_symlink(path, error);
+    }
+    path = fs::weakly_canonical(path, error);
     return error ? name : path.string();
 }
 
@@ -110,9 +117,7 @@ void open_replaced(ReplacedFile& file, const std::string& name) {
         if (file.descriptor < 0) fail(name, system_reason(errno));
         return;
     }
-    const std::filesystem::path place(file.place);
-    std::string pattern = (place.parent_path() / ".").string();
-    pattern.append(place.filename().string()).append(".XXXXXX");
+    std::string pattern = (std::filesystem::path(file.place).parent_path() / ".vqns-XXXXXX").string();
     file.descriptor = make_temporary(pattern);
     if (file.descriptor < 0) fail(name, system_reason(errno));
     file.temporary = pattern;

@@ -8,8 +8,8 @@
 namespace vqns_tool {
 
 // A file under a temporary name beside its place. Unless it is committed it is removed: by the destructor,
-// and when the program is ended by an interrupt, hang-up or termination signal. What is not a regular file (a
-// device, a named pipe) is written in place.
+// and when the program is ended by an interrupt, hang-up, termination or broken-pipe signal. What is not a
+// regular file (a device, a named pipe) is written in place.
 struct ReplacedFile {
     std::string name;       // as the user called it
     std::string place;      // where it will be, links resolved

@@ -36,7 +36,7 @@ def arguments() -> argparse.Namespace:
                         help="turn noise down by this much at most (default: no limit)")
     parser.add_argument("--level", action=argparse.BooleanOptionalAction, default=True,
                         help="bring speech to an even level (default: yes)")
-    parser.add_argument("--suffixes", metavar="LIST", help="endings of the files to take, such as .wav,.flac (default: "
+    parser.add_argument("--suffixes", metavar="LIST", type=endings, help="endings of the files to take, such as .wav,.flac (default: "
                         "those of sound files); hidden files and folders are left aside")
     parser.add_argument("--quiet", "-q", action="store_true", help="no progress and no summary")
     options = parser.parse_args()
@@ -50,6 +50,14 @@ def arguments() -> argparse.Namespace:
     return options
 
 
+def endings(text: str) -> tuple[str, ...]:
+    """A list of endings of names."""
+    found = tuple(part for part in (p.strip().lower() for p in text.split(",")) if part)
+    if not found:
+        raise argparse.ArgumentTypeError("names no ending")
+    return found
+
+
 def limit(text: str) -> float | None:
     """An attenuation limit."""
     return check_limit(float(text))
@@ -59,10 +67,10 @@ def denoise_tree(options: argparse.Namespace, journal: "Journal") -> int:
     """All that is due; returns the exit status."""
     from . import files, run
     in_tree, out_tree = os.path.abspath(options.in_tree), os.path.abspath(options.out_tree)
-    suffixes = tuple(options.suffixes.lower().split(",")) if options.suffixes else files.SUFFIXES
+    suffixes = options.suffixes or files.SUFFIXES
     unreadable: list[OSError] = []
     names = list(run.sound_files(in_tree, suffixes, unreadable.append))
-    progress = Progress(len(names), options.quiet)
+    progress = Progress(len(names) + len(unreadable), options.quiet)
     for error in unreadable:
         journal.add(os.path.relpath(error.filename, in_tree), {"error": error.strerror})
         progress.failed += 1

@@ -4,7 +4,7 @@ import os
 import re
 import secrets
 from collections.abc import Iterator
-from typing import Any
+from typing import Any, Literal
 
 import numpy as np
 import soundfile
@@ -67,9 +67,16 @@ def _replaced(target: str) -> Iterator[str]:
         os.close(descriptor)
 
 
-def _opened(name: str, *format_to_write: Any) -> soundfile.SoundFile:
-    # As bytes, for names that are not UTF-8.
-    return soundfile.SoundFile(os.fsencode(name), "w" if format_to_write else "r", *format_to_write)
+class _FromStartToEnd(soundfile.SoundFile):
+    """A file that is only read on. SoundFile would seek to where it is after every block, which makes decoders of
+    MP3 forget what the next frame needs."""
+
+    def seekable(self) -> bool:
+        return False
+
+
+def _opened(name: str) -> soundfile.SoundFile:
+    return _FromStartToEnd(os.fsencode(name))  # as bytes, for names that are not UTF-8
 
 
 def _promises_more(sound: soundfile.SoundFile) -> bool:
@@ -82,11 +89,28 @@ def _promises_more(sound: soundfile.SoundFile) -> bool:
     return any(int(found) < int(promised) < PLACEHOLDER_SIZE for promised, found in sizes)
 
 
+def _sound_is_cut(source: str) -> bool:
+    """Whether the sound of a WAV or AIFF file, by the size of its chunk, reaches beyond the end of the file: the log
+    holds some two thousand characters, and other chunks may fill it before."""
+    with open(source, "rb") as file:
+        size = os.fstat(file.fileno()).st_size
+        kind = file.read(12)[:4]
+        order: Literal["little", "big"] = "little" if kind == b"RIFF" else "big"
+        if kind not in (b"RIFF", b"RIFX", b"FORM"):
+            return False
+        while len(head := file.read(8)) == 8:
+            promised = int.from_bytes(head[4:], order)
+            if head[:4] in (b"data", b"SSND"):
+                return size - file.tell() < promised < PLACEHOLDER_SIZE
+            file.seek(promised + promised % 2, os.SEEK_CUR)
+    return False
+
+
 def _denoise(sound: soundfile.SoundFile, partial: str, settings: Settings) -> float:
     """Writes the denoised sound, aligned with the original; returns its length in seconds."""
     if sound.frames < 1:
         raise ValueError("holds no sound")
-    if _promises_more(sound):
+    if _promises_more(sound) or _sound_is_cut(sound.name):
         raise ValueError("is truncated")
     with Stream(sound.samplerate, sound.channels, attenuation_limit=settings["attenuation_limit"],
                 level=settings["level"]) as stream, _like(sound, partial) as out:
@@ -119,7 +143,8 @@ def _like(sound: soundfile.SoundFile, partial: str) -> soundfile.SoundFile:
     """A sound file to write with format, rate, channels and texts of another."""
     if not soundfile.check_format(sound.format, sound.subtype, sound.endian):
         raise ValueError(f"sound as {sound.format} {sound.subtype} can be read but not written")
-    out = _opened(partial, sound.samplerate, sound.channels, sound.subtype, sound.endian, sound.format)
+    out = soundfile.SoundFile(os.fsencode(partial), "w", sound.samplerate, sound.channels, sound.subtype, sound.endian,
+                              sound.format)
     for name, text in sound.copy_metadata().items():
         if name != "software":
             with contextlib.suppress(RuntimeError):  # not every format has a place for every text

@@ -30,13 +30,14 @@ class CannotRun(Exception):
 
 def sound_files(tree: str, suffixes: tuple[str, ...], unreadable: Callable[[OSError], None]) -> Iterator[str]:
     """Names of the sound files in a tree, links followed, hidden files and folders left aside."""
-    seen = set()
+    around: dict[str, frozenset[tuple[int, int]]] = {}  # what a folder lies in, and itself
     for folder, folders, files in os.walk(tree, onerror=unreadable, followlinks=True):
         there = os.stat(folder)
-        if (there.st_dev, there.st_ino) in seen:  # a link that leads back
+        here, above = (there.st_dev, there.st_ino), around.get(os.path.dirname(folder), frozenset())
+        if here in above:  # a link that leads back
             folders.clear()
             continue
-        seen.add((there.st_dev, there.st_ino))
+        around[folder] = above | {here}
         folders[:] = sorted(f for f in folders if not f.startswith("."))
         for file in sorted(files):
             if file.lower().endswith(suffixes) and not file.startswith("."):
