@@ -26,17 +26,27 @@ from vqns_training.feeder import Feeder
 from vqns_training.mixer import Chances
 from vqns_training.state import State
 
+
+def above(least, kind=float):
+    def number(text):
+        value = kind(text)
+        if not value > least:
+            raise argparse.ArgumentTypeError(f"must be above {least}")
+        return value
+    return number
+
+
 parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
 parser.add_argument("data")
 parser.add_argument("out")
 length = parser.add_mutually_exclusive_group(required=True)
-length.add_argument("--hours", type=float)
-length.add_argument("--steps", type=int)
+length.add_argument("--hours", type=above(0), help="all of the run, over all parts of one that was cut off")
+length.add_argument("--steps", type=above(0, int), help="the same")
 parser.add_argument("--start", help="parameter file or checkpoint to begin with when OUT has no checkpoint")
 parser.add_argument("--shares", default=Path(__file__).parent / "shares.json", help="shares of the sources, as JSON")
 parser.add_argument("--chances", nargs="+", default=[], metavar="NAME=SHARE",
                     help="how often things happen to a piece in training (mixer.Chances); held-out pieces keep theirs")
-parser.add_argument("--batch", type=int, default=5, help="pieces a step")
+parser.add_argument("--batch", type=above(0, int), default=5, help="pieces a step")
 parser.add_argument("--seconds", type=float, default=4, help="of a piece")
 parser.add_argument("--seed", type=int, default=1, help="of the mixtures and of fresh weights")
 parser.add_argument("--rate", type=float, default=1.5e-3, help="learning rate")
@@ -45,9 +55,9 @@ parser.add_argument("--decay", type=float, default=.2, help="share of the run, i
 parser.add_argument("--weight-decay", type=float, default=.01)
 parser.add_argument("--clip", type=float, default=5, help="largest norm of the gradient")
 parser.add_argument("--average", type=float, default=.999, help="of the weights: how much of it each step keeps")
-parser.add_argument("--validate-every", type=int, default=500, metavar="STEPS")
-parser.add_argument("--held-out", type=int, default=64, metavar="PIECES", help="to validate on")
-parser.add_argument("--mixers", type=int, default=1, help="processes that mix")
+parser.add_argument("--validate-every", type=above(0, int), default=500, metavar="STEPS")
+parser.add_argument("--held-out", type=above(0, int), default=64, metavar="PIECES", help="to validate on")
+parser.add_argument("--mixers", type=above(0, int), default=1, help="processes that mix")
 parser.add_argument("--threads", type=int, default=os.cpu_count(), help="for the network on the processor")
 parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
 for name in ("magnitude", "complex", "keep", "wave", "sdr", "segmental", "perceptual", "intelligibility"):
@@ -78,20 +88,30 @@ class Run:
         self.weights = losses.Weights(a.magnitude, a.complex, a.keep, a.wave, a.sdr, a.segmental, a.perceptual,
                                       a.intelligibility, tuple(a.windows))
         self.state = State(a.device, a.weight_decay, a.average)
-        begin = self.out / "checkpoint.pt" if (self.out / "checkpoint.pt").exists() else a.start
+        resumed = (self.out / "checkpoint.pt").exists()
+        begin = self.out / "checkpoint.pt" if resumed else a.start
         if begin:
             self.state.load(begin)
+        if not resumed:
+            self.state.first_step, self.state.seconds_used = self.state.step, 0.
         self.held_out = validation.held_out_batches(a.data, shares, a.held_out)
         chances = Chances(**{name: float(share) for name, share in (c.split("=") for c in a.chances)})
         self.feeder = Feeder({"folder": a.data, "seed": a.seed, "seconds": a.seconds, "shares": shares,
                               "chances": chances}, self.state.step, a.batch, a.mixers)
-        self.budget = schedule.Budget(self.state.step, a.hours, a.steps)
+        self.budget = schedule.Budget(self.state.first_step, a.hours, a.steps, self.state.seconds_used)
+        self.decaying = resumed and (self.out / "constant.pt").exists()
         self.best, self.failed, self.stop = self.best_so_far(), 0, False
         self.log("run", begin=str(begin), step=self.state.step, options={k: str(v) for k, v in vars(a).items()})
 
     def best_so_far(self):
+        """Losses compare under the same weights alone."""
         best = self.out / "best.safetensors"
-        return float(tables.read(best)[1]["held_out_loss"]) if best.exists() else float("inf")
+        about = tables.read(best)[1] if best.exists() else {}
+        return float(about["held_out_loss"]) if about.get("loss_weights") == str(self.weights) else float("inf")
+
+    def save(self, name):
+        self.state.seconds_used = self.budget.used()
+        self.state.save(self.out / name)
 
     def step(self, left):
         """Returns (loss, norm of the gradient, rate, terms)."""
@@ -110,20 +130,20 @@ class Run:
         scores = validation.scores(self.state.averaged, self.held_out, self.weights)
         state, hours = self.state, round(self.state.seconds_heard / 3600, 2)
         self.log("validation", step=state.step, hours_heard=hours, **scores)
-        state.save(self.out / "checkpoint.pt")
+        self.save("checkpoint.pt")
         tables.save(self.out / "vqns.safetensors", state.averaged.state_dict(), step=state.step, hours_heard=hours,
-                    held_out_loss=scores["loss"])
+                    held_out_loss=scores["loss"], loss_weights=self.weights)
         if scores["loss"] < self.best:
             self.best = scores["loss"]
             shutil.copyfile(self.out / "vqns.safetensors", self.out / "best.safetensors")
 
     def go(self):
-        a, state, recent, mark, decaying = self.a, self.state, [], time.monotonic(), False
+        a, state, recent, mark = self.a, self.state, [], time.monotonic()
         self.validate()
         while not self.stop and (left := self.budget.left(state.step)) > 0:
-            if left < a.decay and not decaying:
-                decaying = True
-                state.save(self.out / "constant.pt")
+            if left < a.decay and not self.decaying:
+                self.decaying = True
+                self.save("constant.pt")
             recent.append(self.step(left))
             if state.step % 100 == 0:
                 speed = len(recent) * a.batch * a.seconds / (time.monotonic() - mark)

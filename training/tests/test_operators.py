@@ -74,6 +74,16 @@ class AgainstPlain(unittest.TestCase):
 
                 self.compare(fast, plain, inputs, shape, (shape, over_time))
 
+    def test_gates_wide_open_or_shut_are_numbers(self):
+        gru = torch.nn.GRU(64, 64)
+        weights = [p.detach() for p in gru.parameters()]
+        for size in (30, 100, 1e4):
+            x = torch.randn(3, 1, 31, 64) * size
+            for over_time in (False, True):
+                result = gradients(lambda *v: operators.Recurrent.apply(*v, over_time), [x, *weights], torch.ones(x.shape))
+                self.assertTrue(all(v.isfinite().all() for v in result), size)
+                torch.testing.assert_close(result[0], reference.recurrent(x, gru, over_time), atol=1e-4, rtol=0)
+
     def test_dense_layer_with_norm_and_detour(self):
         for maps, bands in [(1, 31), (9, 31), (20, 31), (3, 5)]:
             h, around = torch.randn(2, maps, 1, bands, 64)

@@ -4,6 +4,7 @@ import io
 import json
 import os
 import unittest
+from unittest import mock
 
 import numpy as np
 import torch
@@ -100,12 +101,24 @@ class LikeTheMeasure(unittest.TestCase):
         self.assertEqual(short.tolist(), [0, 0], "too little speech to tell")
 
 
+class StoppedRun(train.Run):
+    at = None  # the step after which a signal comes
+
+    def step(self, left):
+        result = super().step(left)
+        self.stop = self.state.step == self.at
+        return result
+
+
 class Running(WithPools):
-    def run_training(self, out, steps, *more):
+    def run_training(self, out, steps, *more, stop_at=None):
         threads = os.environ.get("OMP_NUM_THREADS", "1")
-        with contextlib.redirect_stdout(io.StringIO()):
-            return train.main([str(self.top), str(self.top / out), "--steps", str(steps), "--batch", "2",
-                               "--seconds", "1", "--held-out", "8", "--threads", threads, "--device", "cpu", *more])
+        arguments = [str(self.top), str(self.top / out), "--steps", str(steps), "--batch", "2", "--seconds", "1",
+                     "--held-out", "8", "--threads", threads, "--device", "cpu", *more]
+
+        StoppedRun.at = stop_at
+        with contextlib.redirect_stdout(io.StringIO()), mock.patch.object(train, "Run", StoppedRun):
+            return train.main(arguments)
 
     def lines(self, out, kind):
         lines = map(json.loads, (self.top / out / "log.jsonl").read_text().splitlines())
@@ -118,16 +131,19 @@ class Running(WithPools):
             self.assertAlmostEqual(schedule.rate(2., step, left, warm_up, decay), 2 * wanted)
         budget = schedule.Budget(10, steps=4)
         self.assertEqual([budget.left(s) for s in (10, 11, 14, 20)], [1, .75, 0, 0])
-        hours = schedule.Budget(10, hours=2)
-        hours.began -= 3600
+        hours = schedule.Budget(10, hours=2, used=1800)
+        hours.began -= 1800
         self.assertAlmostEqual(hours.left(999), .5, places=3)
 
     def test_a_run_in_two_parts_is_the_run_in_one(self):
-        options = ("--decay", "0", "--warm-up", "4", "--perceptual", ".1", "--chances", "second_talker=.5", "room=0")
-        whole = self.run_training("whole", 5, *options)
-        self.run_training("parts", 2, *options)
-        parts = self.run_training("parts", 3, *options)
-        self.assertEqual((parts.state.step, parts.state.seconds_heard), (5, 10))
+        options = ("--decay", ".5", "--warm-up", "2", "--perceptual", ".1", "--chances", "second_talker=.5", "room=0")
+        whole = self.run_training("whole", 8, *options)
+        for stop_at in (2, 6, None):
+            parts = self.run_training("parts", 8, *options, stop_at=stop_at)
+        self.assertEqual((parts.state.step, parts.state.seconds_heard), (8, 16))
+        decay_began = State()
+        decay_began.load(self.top / "parts/constant.pt")
+        self.assertEqual(decay_began.step, 5)
         for what in ("net", "averaged"):
             for a, b in zip(getattr(whole.state, what).parameters(), getattr(parts.state, what).parameters()):
                 self.assertLess((a - b).abs().max(), 1e-6)
@@ -146,6 +162,9 @@ class Running(WithPools):
         best = tables.read(self.top / "learns/best.safetensors")[1]
         self.assertAlmostEqual(float(best["held_out_loss"]), min(scores))
         self.assertEqual(run.best, min(scores))
+        with_other_weights = self.run_training("learns", 41, "--perceptual", ".1", "--weight-decay", ".5")
+        self.assertGreater(with_other_weights.best, run.best, "another loss has another best")
+        self.assertEqual(with_other_weights.state.optimiser.param_groups[0]["weight_decay"], .5)
         constant = State()
         constant.load(self.top / "learns/constant.pt")
         self.assertIn(constant.step, (32, 33))  # less than a fifth is left

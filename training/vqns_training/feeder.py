@@ -1,12 +1,12 @@
 """Batches mixed in other processes, in their order whatever the number of processes."""
 import multiprocessing
-import signal
+import os
 
 from .mixer import Mixer
 
 
 def keep_mixing(pipe, mixer_arguments, first, every, size):
-    signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C is for the run, which ends its mixers
+    os.setpgrp()  # Ctrl-C and signals to all of a job are for the run, which ends its mixers
     mixer, number = Mixer(**mixer_arguments), first
     while True:
         pipe.send(mixer.batch(number, size))  # waits until the batch before has been taken

@@ -132,7 +132,7 @@ class Mixer:
             return self.talker(rng)
         noise = filters.random_colour(self.noise(rng), rng)
         if kind > 1 - self.chances.noise_only:
-            return noise, silence
+            return noise * np.float32(COMMON_LEVEL / (rms(noise) + 1e-9)), silence
         speech, clean = self.talker(rng)
         snr = np.clip(rng.normal(9, 9), *SNR)
         return speech + noise * np.float32(active_rms(clean) / (rms(noise) + 1e-9) / gain(snr)), clean

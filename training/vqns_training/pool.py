@@ -48,6 +48,7 @@ def pack(folder, out, one_in=25, seed=0, one_voice=(), jobs=1):
     if missing:
         raise ValueError(f"{folder}: no such folders: {', '.join(sorted(missing))}")
     files, offset = [], 0
+    Path(out).parent.mkdir(parents=True, exist_ok=True)
     with multiprocessing.get_context("spawn").Pool(jobs) as workers, open(f"{out}.pcm", "wb") as samples:
         for name, x in zip(names, workers.imap(decode, [str(Path(folder) / n) for n in names])):
             if isinstance(x, str):
@@ -78,6 +79,7 @@ class Pool:
         for f in files:
             self.sources.setdefault(f["source"], []).append(f)
         self.names = sorted(self.sources)
+        self.longest = max(f["samples"] for f in files)
         weight = [(shares or {}).get(n, 1) * sum(f["samples"] for f in self.sources[n]) ** .5 for n in self.names]
         self.share = np.array(weight) / sum(weight)
 

@@ -19,8 +19,8 @@ def simulated(rng):
 
 
 def measured(pool, rng):
-    h = pool.piece(rng, RATE)
-    return h[max(0, int(np.abs(h).argmax()) - 16):]
+    h = pool.piece(rng, pool.longest)
+    return h[max(0, int(np.abs(h).argmax()) - 16):][:RATE]
 
 
 class Room:

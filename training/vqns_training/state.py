@@ -23,6 +23,7 @@ class State:
         self.averaged = Network().to(device)
         self.averaged.load_state_dict(self.net.state_dict())
         self.step, self.seconds_heard = 0, 0.
+        self.first_step, self.seconds_used = 0, 0.  # where the run began, and how long it has been going
 
     def load(self, path):
         """A checkpoint (.pt), or a parameter file to start from."""
@@ -33,12 +34,17 @@ class State:
         saved = torch.load(path, map_location=self.device)
         self.net.load_state_dict(saved["net"])
         self.averaged.load_state_dict(saved["averaged"])
+        options = [{k: group[k] for k in ("weight_decay", "betas")} for group in self.optimiser.param_groups]
         self.optimiser.load_state_dict(saved["optimiser"])
+        for group, own in zip(self.optimiser.param_groups, options):
+            group.update(own)
         self.step, self.seconds_heard = saved["step"], saved["seconds_heard"]
+        self.first_step, self.seconds_used = saved.get("first_step", self.step), saved.get("seconds_used", 0.)
 
     def save(self, path):
         torch.save({"net": self.net.state_dict(), "averaged": self.averaged.state_dict(),
-                    "optimiser": self.optimiser.state_dict(), "step": self.step, "seconds_heard": self.seconds_heard},
+                    "optimiser": self.optimiser.state_dict(), "step": self.step, "seconds_heard": self.seconds_heard,
+                    "first_step": self.first_step, "seconds_used": self.seconds_used},
                    f"{path}.new")
         os.replace(f"{path}.new", path)
 

@@ -4,10 +4,12 @@
 // (wide - taps) / 2 + 1 bands of `cn` channels: band f of the narrow map faces bands 2f .. 2f + taps - 1 of
 // the wide one. Weights are w[k][tap][cw][cn]: frame t of the narrow map faces frame t + k of the wide one.
 //
-//   gather     narrow[t] = bias + sum over k of window(wide[t + k]) w[k]      a convolution forward; a
-//   transposed one back spread     wide[t] = bias + sum over k of narrow[t - k] w[k]^T            a
-//   transposed one forward; a convolution back correlate  w[k] = sum over t of window(wide[t + k])^T
-//   narrow[t]           either one's weights
+//   gather     narrow[t] = bias + sum over k of window(wide[t + k]) w[k]
+//              forward of a convolution, backward of a transposed one
+//   spread     wide[t] = bias + sum over k of narrow[t - k] w[k]^T
+//              forward of a transposed one, backward of a convolution
+//   correlate  w[k] = sum over t of window(wide[t + k])^T narrow[t]
+//              gradient of either one's weights
 //
 // Frames beyond a map's end count as zero.
 #include "kernels.h"

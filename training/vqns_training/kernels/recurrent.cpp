@@ -15,8 +15,9 @@ namespace {
 constexpr long kUnits = 64, kGates = 4 * kUnits, kWeights = 3 * kUnits * kUnits;
 constexpr long kBlock = kSmallProduct / kWeights;  // rows of a product
 
+// Within bounds where no fast approximation overflows and none is needed.
 float sigmoid(float x) {
-    return 1.0f / (1.0f + std::exp(-x));
+    return 1.0f / (1.0f + std::exp(std::min(-x, 80.0f)));
 }
 
 struct Walk {
