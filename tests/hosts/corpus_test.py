@@ -132,9 +132,10 @@ class Corpus(unittest.TestCase):
         good = {"a/plain.wav", "a/b/stereo 44.1.flac", "a/24 bit.wav", "a/float.aiff", "a/8 bit.wav", "a/law.au",
                 "titled.ogg", ODD_NAME, "long.wav", "song.mp3", "b/e.wav", "c/d/e.wav"}
         plain = (self.source / "a/plain.wav").read_bytes()
-        long_header = plain[:36] + 100 * b"Note\4\0\0\0text" + plain[36:50001]  # too long for libsndfile's log
-        bad = {"a/long.wav": (long_header, "truncated"), "a/junk.wav": (b"what is this?", "recognised"), "empty.flac": (b"", "empty"),
-               "a/b/cut.wav": (plain[:50001], "truncated"), "killer.wav": (plain, "worker"),
+        # Of the first, the header is too long for libsndfile's log.
+        long_header = plain[:36] + 100 * b"Note\4\0\0\0text" + plain[36:50001]
+        bad = {"a/long.wav": (long_header, "truncated"), "a/junk.wav": (b"what is this?", "recognised"),
+               "empty.flac": (b"", "empty"), "a/b/cut.wav": (plain[:50001], "truncated"), "killer.wav": (plain, "worker"),
                "cut.flac": ((self.source / "a/b/stereo 44.1.flac").read_bytes()[:99999], "truncated")}
         for name, (content, _) in bad.items():
             (self.source / name).write_bytes(content)

@@ -36,8 +36,9 @@ def arguments() -> argparse.Namespace:
                         help="turn noise down by this much at most (default: no limit)")
     parser.add_argument("--level", action=argparse.BooleanOptionalAction, default=True,
                         help="bring speech to an even level (default: yes)")
-    parser.add_argument("--suffixes", metavar="LIST", type=endings, help="endings of the files to take, such as .wav,.flac (default: "
-                        "those of sound files); hidden files and folders are left aside")
+    parser.add_argument("--suffixes", metavar="LIST", type=endings,
+                        help="endings of the files to take, such as .wav,.flac (default: those of sound files); hidden "
+                        "files and folders are left aside")
     parser.add_argument("--quiet", "-q", action="store_true", help="no progress and no summary")
     options = parser.parse_args()
     if options.workers < 1:
