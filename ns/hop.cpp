@@ -29,16 +29,12 @@ bool analyse(vq_ns_data* ns, const int16_t* hop) {
     ns->kernels.s2f(hop, ns->analysis_history + ns->analysis_count, VQ_NS_HOP);
     ns->analysis_count = static_cast<int16_t>(ns->analysis_count + VQ_NS_HOP);
     if (ns->analysis_count < VQ_NS_FRAME) return false;
-    int32_t passed = 0;
-    while (ns->analysis_count >= VQ_NS_FRAME) {
-        for (int32_t i = 0; i < VQ_NS_FRAME; ++i) {
-            ns->windowed_frame[i] = ns->analysis_history[i] * hanning_win_coeff[i];
-        }
-        vq_ns_fft_process(ns->fft_pointer, ns->windowed_frame, true, ns->spectrum_re, ns->spectrum_im);
-        ns->analysis_count = static_cast<int16_t>(ns->analysis_count - VQ_NS_HOP);
-        passed += VQ_NS_HOP;
+    for (int32_t i = 0; i < VQ_NS_FRAME; ++i) {
+        ns->windowed_frame[i] = ns->analysis_history[i] * hanning_win_coeff[i];
     }
-    ns->kernels.cpy(ns->analysis_history + passed, ns->analysis_history, ns->analysis_count);
+    vq_ns_fft_process(ns->fft_pointer, ns->windowed_frame, true, ns->spectrum_re, ns->spectrum_im);
+    ns->analysis_count = static_cast<int16_t>(ns->analysis_count - VQ_NS_HOP);
+    ns->kernels.cpy(ns->analysis_history + VQ_NS_HOP, ns->analysis_history, ns->analysis_count);
     return true;
 }
 
@@ -90,8 +86,8 @@ int32_t vq_ns_dpcrn_proc(vq_ns_data* ns, const int16_t* hop, float* out, int32_t
 }
 
 int32_t vq_ns_dnn_proc(vq_ns_data* ns, const int16_t* hop, int16_t* out, int32_t count) {
-    if (count != VQ_NS_HOP) return -1;
     const int32_t written = vq_ns_dpcrn_proc(ns, hop, ns->network_output, count);
+    if (written < 0) return written;
     for (int32_t i = 0; i < written; ++i) out[i] = to_pcm(ns->network_output[i]);
     if (ns->hop_counter < 32767) ++ns->hop_counter;
     return written;

@@ -39,8 +39,8 @@ void stamp(DenoiseRun& run, GstBuffer* buffer, int64_t frames) {
     GST_BUFFER_PTS(buffer) = timestamp_at(run, start);
     GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
     GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>(duration_of(run, run.put_out) - start);
-    GST_BUFFER_FLAG_UNSET(buffer,
-                          GST_BUFFER_FLAG_GAP);  // what comes out of silence may be the sound before it
+    // What comes out of silence may be the sound before it.
+    GST_BUFFER_FLAG_UNSET(buffer, GST_BUFFER_FLAG_GAP);
     GST_BUFFER_OFFSET(buffer) = GST_BUFFER_OFFSET_NONE;
     GST_BUFFER_OFFSET_END(buffer) = GST_BUFFER_OFFSET_NONE;
 }

@@ -21,7 +21,8 @@ def intensities(x):
     frames = np.lib.stride_tricks.sliding_window_view(x, FRAME)[::HOP] * scipy.signal.get_window("hann", FRAME)
     power = np.abs(np.fft.rfft(frames)) ** 2
     power[:, 0] = 0
-    return np.stack([power[:, first:end].sum(1) for first, end in hearing.EDGES], 1) * hearing.CORRECTION * hearing.POWER_SCALE
+    bands = [power[:, first:end].sum(1) for first, end in hearing.EDGES]
+    return np.stack(bands, 1) * hearing.CORRECTION * hearing.POWER_SCALE
 
 
 def audible(power, factor=1):
