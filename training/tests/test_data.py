@@ -204,6 +204,16 @@ class Mixing(WithPools):
             np.testing.assert_allclose(p.noisy, p.clean, atol=2e-5)
             alone = np.dot(p.clean, q.clean) ** 2 / np.dot(p.clean, p.clean) / np.dot(q.clean, q.clean)
             self.assertTrue(.05 < alone < .95, alone)  # of the power: the first talker is there, and another
+        for i in range(12):
+            dry, roomy, coloured = (self.mixer(**{name: 1}).recorded(np.random.default_rng(i))
+                                    for name in ("low_pass", "noise_room", "noise_colour"))
+            pauses, e = levels.frame_energies(dry) == 0, levels.frame_energies(roomy)
+            self.assertTrue(1e-8 < e[pauses].mean() / e.mean() < 1, e[pauses].mean() / e.mean())
+            white = np.random.default_rng(i).standard_normal(8 * RATE).astype(np.float32)
+            colour = levels.db(np.abs(np.fft.rfft(filters.another_colour(white, np.random.default_rng(i)))) /
+                               np.abs(np.fft.rfft(white)))
+            self.assertTrue(6 < np.ptp(colour[8 * 100:8 * 6000]) < 60, np.ptp(colour[8 * 100:8 * 6000]))
+            self.assertFalse(np.allclose(dry, coloured, rtol=.05, atol=.01))
         for p in pieces(noise_only=1, intermittent=1, babble=1):
             e = levels.frame_energies(p.noisy)
             self.assertLess(e.min(), 1e-3 * e.max())

@@ -29,6 +29,19 @@ def random_colour(x, rng):
     return random_biquad(x, rng) if rng.random() < .3 else x
 
 
+def tilted(x, slope):
+    """Its spectrum times frequency to the power `slope`: 6 dB per octave and unit."""
+    s = np.fft.rfft(x)
+    return np.fft.irfft(s * (np.arange(len(s)) + 8.) ** slope, len(x)).astype(np.float32)
+
+
+def another_colour(x, rng):
+    """Several peaks and a tilt: far from what the recording was."""
+    for _ in range(rng.integers(2, 5)):
+        x = random_peak(x, rng)
+    return tilted(x, rng.uniform(-.6, .6))
+
+
 def low_pass(cutoff):
     """Sixth-order sections for scipy.signal.sosfilt."""
     return scipy.signal.butter(6, cutoff / (RATE / 2), output="sos")

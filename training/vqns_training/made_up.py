@@ -3,7 +3,7 @@ import numpy as np
 import scipy.signal
 
 from .audio import RATE
-from .filters import log_uniform, random_peak
+from .filters import log_uniform, random_peak, tilted
 
 
 def seconds(n):
@@ -15,8 +15,7 @@ def moving_filtered_noise(n, rng):
     z = rng.standard_normal(n).astype(np.float32)
     for _ in range(rng.integers(1, 5)):
         z = random_peak(z, rng)
-    s = np.fft.rfft(z)
-    z = np.fft.irfft(s * (np.arange(len(s)) + 8.) ** (-rng.uniform(-1, 2) / 2), n)
+    z = tilted(z, -rng.uniform(-1, 2) / 2)
     swell = np.sin(2 * np.pi * log_uniform(rng, .2, 30) * seconds(n) + rng.uniform(0, 6))
     return z * (1 + rng.uniform(0, .95) * swell)
 

@@ -27,6 +27,8 @@ class Chances:
     silence: float = .08
     babble: float = .07  # these two of each noise, else it is recorded
     made_up: float = .13
+    noise_room: float = 0.  # of each recorded noise: it sounds in a room
+    noise_colour: float = 0.  # of each recorded noise: it gets another colour
 
 
 LEVEL, SNR = (-45, -5), (-5, 30)  # dBFS, dB
@@ -73,10 +75,11 @@ class Mixer:
 
     def babble(self, rng):
         y = sum(self.speech(rng) * gain(rng.uniform(-8, 0)) for _ in range(rng.integers(4, 10)))
-        if rng.random() < .6:
-            room = Room(rng, self.room_pool)
-            y = room.heard(y, room.response)
-        return y
+        return self.in_a_room(y, rng) if rng.random() < .6 else y
+
+    def in_a_room(self, x, rng):
+        room = Room(rng, self.room_pool)
+        return room.heard(x, room.response)
 
     def recorded(self, rng):
         y, at = np.zeros(self.samples, np.float32), 0
@@ -91,6 +94,10 @@ class Mixer:
                 x = filters.respeed(x, filters.speed_ratio(rng, 1.5))[:self.samples - at]
             y[at:at + len(x)] = x
             at += len(x)
+        if self.chances.noise_room and rng.random() < self.chances.noise_room:
+            y = self.in_a_room(y, rng)
+        if self.chances.noise_colour and rng.random() < self.chances.noise_colour:
+            y = filters.another_colour(y, rng)
         return y
 
     def one_noise(self, rng):
