@@ -15,7 +15,7 @@ SUFFIXES = (".wav", ".flac", ".ogg", ".oga", ".opus", ".mp3", ".aif", ".aiff", "
             ".rf64")
 PARTIAL = ".vqns-partial"  # how the names of unfinished files end
 
-BLOCK = 1 << 14  # frames
+BLOCK = 1 << 12  # frames, as in the program: what an encoder makes may depend on how much it is given at once
 UNKNOWN_LENGTH = (1 << 63) - 1
 PLACEHOLDER_SIZE = 0x7f000000  # this and more stands in headers that were written to a pipe
 
