@@ -187,6 +187,12 @@ class Mixing(WithPools):
                     gaps += 1
                     self.assertEqual(np.abs(p.clean[run[1:]]).max(), 0)
         self.assertGreater(gaps, 8)
+        unmuted = [((p.noisy == 0) & (q.noisy != 0), (p.clean == 0) & (q.clean != 0) & (p.noisy != 0), p)
+                   for p, q in zip(pieces(unmuted=1, made_up=1), pieces(made_up=1))]
+        for off, _, p in unmuted:
+            self.assertFalse(p.clean[off].any())
+        for i in (0, 1):  # silence, noise alone
+            self.assertGreater(np.mean([u[i].sum() for u in unmuted]), .2 * RATE)
         for p in pieces(clipping=1):
             top = np.abs(p.noisy).max()
             self.assertGreater(np.mean(np.abs(p.noisy) > .999 * top), .005)

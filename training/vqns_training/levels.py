@@ -51,3 +51,12 @@ def silence_gaps(n, rng):
         at = 0 if rng.random() < .2 else int(rng.integers(n))
         keep[at:at + int(rng.uniform(.05, 1) * 16000)] = 0
     return keep
+
+
+def unmuting(n, rng):
+    """(microphone, talking): a microphone is off for up to 1.5 s, sometimes from the beginning on; when it is on again,
+    nobody speaks for up to 2.5 s."""
+    on = int(rng.integers(n * 2 // 3))
+    off, speech = on - int(rng.uniform(.05, 1.5) * 16000), on + int(rng.uniform(.2, 2.5) * 16000)
+    at = np.arange(n)
+    return ((at < off) | (at >= on)).astype(np.float32), ((at < off) | (at >= speech)).astype(np.float32)

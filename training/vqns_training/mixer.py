@@ -5,7 +5,7 @@ import numpy as np
 
 from . import filters, made_up
 from .audio import RATE
-from .levels import active_rms, gain, rms, silence_gaps, smooth, stepping_gain
+from .levels import active_rms, gain, rms, silence_gaps, smooth, stepping_gain, unmuting
 from .pool import Pool
 from .rooms import Room
 from .telephone import Line
@@ -29,6 +29,7 @@ class Chances:
     made_up: float = .13
     noise_room: float = 0.  # of each recorded noise: it sounds in a room
     noise_colour: float = 0.  # of each recorded noise: it gets another colour
+    unmuted: float = 0.  # of speech in noise: digital silence, then noise alone, then speech again
 
 
 LEVEL, SNR = (-45, -5), (-5, 30)  # dBFS, dB
@@ -142,7 +143,11 @@ class Mixer:
             return noise * np.float32(COMMON_LEVEL / (rms(noise) + 1e-9)), silence
         speech, clean = self.talker(rng)
         snr = np.clip(rng.normal(9, 9), *SNR)
-        return speech + noise * np.float32(active_rms(clean) / (rms(noise) + 1e-9) / gain(snr)), clean
+        noise = noise * np.float32(active_rms(clean) / (rms(noise) + 1e-9) / gain(snr))
+        if self.chances.unmuted and rng.random() < self.chances.unmuted:
+            microphone, talking = unmuting(self.samples, rng)
+            noise, speech, clean = noise * microphone, speech * talking, clean * talking
+        return speech + noise, clean
 
     def piece(self, number):
         rng, chances, n = np.random.default_rng((self.seed, number)), self.chances, self.samples
