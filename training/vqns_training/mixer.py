@@ -36,6 +36,11 @@ LEVEL, SNR = (-45, -5), (-5, 30)  # dBFS, dB
 COMMON_LEVEL = .05  # to which `scale` brings a piece's target
 
 
+def happens(rng, chance):
+    """Takes no number for a chance of 0, so that pieces stay what they were before there was that chance."""
+    return chance > 0 and rng.random() < chance
+
+
 @dataclass
 class Piece:
     noisy: np.ndarray  # what a 16-bit microphone would give
@@ -95,9 +100,9 @@ class Mixer:
                 x = filters.respeed(x, filters.speed_ratio(rng, 1.5))[:self.samples - at]
             y[at:at + len(x)] = x
             at += len(x)
-        if self.chances.noise_room and rng.random() < self.chances.noise_room:
+        if happens(rng, self.chances.noise_room):
             y = self.in_a_room(y, rng)
-        if self.chances.noise_colour and rng.random() < self.chances.noise_colour:
+        if happens(rng, self.chances.noise_colour):
             y = filters.another_colour(y, rng)
         return y
 
@@ -123,7 +128,7 @@ class Mixer:
     def talker(self, rng):
         """Speech as it reaches the microphone, and the part of it that is to be kept."""
         x = self.speech(rng)
-        if self.chances.second_talker and rng.random() < self.chances.second_talker:
+        if happens(rng, self.chances.second_talker):
             x = x + self.speech(rng) * gain(rng.uniform(-8, 0))
         x = filters.random_colour(x, rng)
         if rng.random() < self.chances.telephone_speech:
@@ -144,7 +149,7 @@ class Mixer:
         speech, clean = self.talker(rng)
         snr = np.clip(rng.normal(9, 9), *SNR)
         noise = noise * np.float32(active_rms(clean) / (rms(noise) + 1e-9) / gain(snr))
-        if self.chances.unmuted and rng.random() < self.chances.unmuted:
+        if happens(rng, self.chances.unmuted):
             microphone, talking = unmuting(self.samples, rng)
             noise, speech, clean = noise * microphone, speech * talking, clean * talking
         return speech + noise, clean
