@@ -8,7 +8,7 @@
  *
  * Gains are Q15: 32767 is unity (a sample scaled by it is (x 32767) >> 15). Scaling is one rule everywhere:
  * the product x gain in 32 bits, wrapping, shifted right by 15 rounding down, limited to -32767..32767. At a
- * gain g the products of samples beyond 2^31 / g wrap (from 65536, a factor of 2, on): after quiet speech a
+ * gain g the products of samples beyond 2^31 / g wrap (above 65536, a factor of 2): after quiet speech a
  * sudden loud sound can come out wrong until the peak guard has lowered the gain.
  *
  * Rates. The detector always receives 160 samples at 16 kHz; tell it so with 16000 in its configuration,
@@ -74,7 +74,8 @@ typedef struct rk_voip_dsp_dgc_kwenh_data_t {
  * target_level: amplitude aimed at, 1..32767 (31000 is the engine's). The gain
  * settles where the speech, gained twice, has an rms of target_level^2 / 2^17 (7332 for 31000).
  * sample_rate: Hz of the samples to come. At a rate that the converter does not know the gain stays unity.
- * max_gain: largest gain as a whole factor (8 is +18 dB). The smallest is 144/32768.
+ * max_gain: largest gain as a whole factor, 1 or more (8 is +18 dB; 0 mutes speech, less inverts it). The
+ * smallest gain is 144/32768.
  * vad_config: four words for the detector's wrapper, copied: mode 0..3, rate, hangover frames, onset frames.
  * Returns 0. Returns -1 if the detector cannot be set up (a line "TarvikGmmVad_api_Init fail" is then on
  * standard output) or if memory is short; every function may still be used on the record, the gain stays

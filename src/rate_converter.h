@@ -100,7 +100,8 @@ VQNS_API int32_t rk_voip_dsp_src_init(rk_voip_dsp_src_inst_t** handle, uint32_t 
  *     mono output:    out max(c1, last)      work c2
  *     stereo output:  out max(c1, 2*last)    work max(c2, last)
  * On some routes c1 is more than the count returned: 48000 to 32000 Hz with the long filters writes 2n
- * samples into out and returns 2n/3. RK_VOIP_DSP_SRC_ROOM bounds c1, c2 and c3 of any route. */
+ * samples into out and returns 2n/3. RK_VOIP_DSP_SRC_ROOM bounds c1, c2 and c3 of any route. Each of these
+ * counts must fit an int32_t: hours of sound go in several calls. */
 VQNS_API int32_t rk_voip_dsp_src_proc(rk_voip_dsp_src_inst_t** handle, int16_t* in, int16_t* out,
                                       int32_t count);
 

@@ -420,6 +420,10 @@ TEST(VadDeathTest, BrokenPreconditionsStopTheProgram) {
             TarvikGmmVad_CalculateFeatures(&vad, x.data(), length, f),
             "vad_filterbank:[0-9]+: void LogOfEnergy\\(.*\\): Assertion `\\(data_length\\) > \\(0\\)'");
     }
+    const samples longer(1441);
+    EXPECT_DEATH(TarvikGmmVad_CalcVad16khz(&vad, longer.data(), 481), "CalcVad16khz.*<= \\(240\\)");
+    EXPECT_DEATH(TarvikGmmVad_CalcVad32khz(&vad, longer.data(), 961), "CalcVad32khz.*<= \\(240\\)");
+    EXPECT_DEATH(TarvikGmmVad_CalcVad48khz(&vad, longer.data(), 1441), "CalcVad48khz.*<= \\(240\\)");
     for (int channel : {6, -1}) {
         EXPECT_DEATH(TarvikGmmVad_FindMinimum(&vad, 0, channel),
                      "\\.\\./\\.\\./gmm_vad/source/csrc/vad_sp:[0-9]+: int16_t TarvikGmmVad_FindMinimum\\("

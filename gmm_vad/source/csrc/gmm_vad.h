@@ -3,8 +3,8 @@
  * Input is 16-bit mono PCM at 8000, 16000, 32000 or 48000 Hz in frames of 10, 20 or 30 ms. The detector
  * compares the likelihood of a speech and a noise model of the frame's log energy in six bands below 4 kHz
  * (a likelihood-ratio test as in Sohn, Kim, Sung, "A statistical model-based voice activity detection",
- * IEEE Signal Processing Letters 6(1), 1999) and adapts the model that it finds likelier to every frame that
- * is not silent; the noise model follows the smallest of recent energies besides.
+ * IEEE Signal Processing Letters 6(1), 1999) and adapts the model of the one it decides for to every frame
+ * that is not silent; the noise model follows the smallest of recent energies besides.
  *
  * Modes 0 to 3 ask for increasingly strong evidence: 0 misses least speech, 3 lets least noise through.
  *
@@ -53,7 +53,7 @@ typedef struct TarvikGmmVad_api_t {
     int32_t rate;            /* Hz, handed to every TarvikGmmVad_Process */
     int32_t hangover_frames; /* frames reported as speech after raw speech has ended */
     int32_t onset_frames;    /* raw speech frames that pass before speech is reported */
-    int32_t hangover_count;  /* frames of hangover since speech was last found, at most hangover_frames */
+    int32_t hangover_count;  /* frames of hangover since speech was last reported, at most hangover_frames */
     int32_t onset_count;     /* raw speech frames that have passed, at most onset_frames */
     int32_t speech_seen;     /* 1 once any raw speech frame has been seen */
 } TarvikGmmVad_api_t;

@@ -6,6 +6,7 @@
 #include <bit>
 
 #include "signal_processing_library.h"
+#include "spl_require.h"
 #include "spl_wrap.h"
 #include "vad_core_tables.h"
 #include "vad_filterbank.h"
@@ -78,7 +79,7 @@ void shift_means(int ch, int16_t* means, int32_t step) {
     means[ch + channels] = low16(means[ch + channels] + step);
 }
 
-// Divides magnitudes, so that it truncates toward zero for either sign.
+// Truncates toward zero for either sign; a divisor of 0 gives the largest number of the sign of v.
 int32_t divide_symmetric(int32_t v, int16_t den) {
     return v > 0 ? TarvikSpl_DivW32W16(v, den) : wrap_neg(TarvikSpl_DivW32W16(wrap_neg(v), den));
 }
@@ -219,6 +220,12 @@ int32_t hang_over(VadInstT* self, bool speech_frame, int duration) {
     return self->decision;
 }
 
+// The arrays of the conversion to 8 kHz hold 30 ms: more stops the program, as it does at 8 kHz.
+void require_fit(size_t length, size_t ratio, const char* function) {
+    require(length <= ratio * longest_frame, "(data_length) <= (240)", "../../gmm_vad/source/csrc/vad_core",
+            function);
+}
+
 }  // namespace
 
 int32_t TarvikGmmVad_GaussianProbability(int16_t input, int16_t mean, int16_t std_deviation, int16_t* delta) {
@@ -275,12 +282,14 @@ int32_t TarvikGmmVad_CalcVad8khz(VadInstT* instance, const int16_t* frame, size_
 }
 
 int32_t TarvikGmmVad_CalcVad16khz(VadInstT* instance, const int16_t* frame, size_t length) {
+    require_fit(length, 2, "int32_t TarvikGmmVad_CalcVad16khz(VadInstT*, const int16_t*, size_t)");
     int16_t at_8k[longest_frame];
     TarvikGmmVad_Downsampling(frame, at_8k, instance->down_state, length);
     return TarvikGmmVad_CalcVad8khz(instance, at_8k, length / 2);
 }
 
 int32_t TarvikGmmVad_CalcVad32khz(VadInstT* instance, const int16_t* frame, size_t length) {
+    require_fit(length, 4, "int32_t TarvikGmmVad_CalcVad32khz(VadInstT*, const int16_t*, size_t)");
     int16_t at_16k[2 * longest_frame];
     int16_t at_8k[longest_frame];
     TarvikGmmVad_Downsampling(frame, at_16k, instance->down_state + 2, length);
@@ -289,7 +298,8 @@ int32_t TarvikGmmVad_CalcVad32khz(VadInstT* instance, const int16_t* frame, size
 }
 
 int32_t TarvikGmmVad_CalcVad48khz(VadInstT* instance, const int16_t* frame, size_t length) {
-    int16_t at_8k[longest_frame];
+    require_fit(length, 6, "int32_t TarvikGmmVad_CalcVad48khz(VadInstT*, const int16_t*, size_t)");
+    int16_t at_8k[longest_frame] = {};
     int32_t scratch[496] = {};
     for (size_t block = 0; block < length / 480; block++) {
         // Every block reads the frame's first 10 ms: longer frames are judged by their beginning alone.

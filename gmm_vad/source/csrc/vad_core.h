@@ -1,6 +1,7 @@
 /* vad_core.h - the decision core of the voice-activity detector.
  *
- * Unguarded: the entries of gmm_vad.h check the instance, the rate and the length before they come here.
+ * The entries of gmm_vad.h check the instance, the rate and the length before they come here; nothing is
+ * refused here but frames of more than 30 ms, which stop the program.
  */
 #ifndef VAD_CORE_H
 #define VAD_CORE_H
