@@ -88,8 +88,9 @@ int32_t deliver(vq_ns_data* ns, int16_t* output, int32_t produced, int32_t expec
         }
     }
     const int32_t left = produced - used;
-    /* Single precision drifts by a sample or two an hour from 11025 and 22050 Hz. Where too few are handed
-     * out, the oldest ones make room after months. */
+    /* Where blocks are not whole milliseconds, 10 ms from 11025 and 22050 Hz among them, single precision
+     * drifts by up to some samples an hour. Where too few are handed out, the oldest ones make room after
+     * weeks. */
     const int32_t surplus = std::max<int32_t>(0, ns->pending_count + left - VQ_NS_PENDING);
     if (surplus > 0) move(ns->pending, ns->pending + surplus, ns->pending_count - surplus);
     ns->pending_count = static_cast<int16_t>(ns->pending_count - surplus);

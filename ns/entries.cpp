@@ -65,9 +65,9 @@ int32_t vq_ns_process_tenms(vq_ns_data* ns, const int16_t* input, int16_t* outpu
 }
 
 int32_t vq_ns_process(vq_ns_data* ns, const int16_t* input, int16_t* output, int32_t count) {
+    if (count < 1) return count;
     if (ns == nullptr || input == nullptr || output == nullptr || ns->input_rate < 100) return -1;
     if (!can_process(*ns)) return piece_failed();
-    if (count < 1) return count;
     const int32_t length = ns->input_rate / 100;
     if (!queue_has_room(*ns, count, length)) return piece_failed();
     int32_t left = count;

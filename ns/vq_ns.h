@@ -111,9 +111,10 @@ VQNS_API size_t vq_ns_data_alignment(void);
 VQNS_API int32_t vq_ns_init(vq_ns_data* instance, int32_t input_rate, int32_t output_rate);
 
 /* One block, normally 10 ms, up to 100 ms, through suppressor and gain stage. Returns the number of samples
- * written, about count * output_rate / input_rate (rounded down, the fraction carried on) or 0 while the
- * delay line fills (and, from 11025 or 22050 Hz to another rate, for one call in some days); -1 for a longer
- * block. A count below 1 returns 0. Output never holds -32768. */
+ * written: count * output_rate / input_rate, rounded down with the fraction carried on, for which output has
+ * room for one more; or 0 while the delay line fills (and, where the rates differ and calls are not whole
+ * milliseconds, for one call every some hours); -1 for a longer block. A count below 1 returns 0. Output
+ * never holds -32768. */
 VQNS_API int32_t vq_ns_process_tenms(vq_ns_data* instance, const int16_t* input, int16_t* output,
                                      int32_t count);
 
@@ -127,7 +128,8 @@ VQNS_API int32_t vq_ns_process(vq_ns_data* instance, const int16_t* input, int16
 
 /* A signal that comes as two half-rate bands (vq_ns_qmf.h), count samples each, at most 480 (else -1, nothing
  * touched) and 100 ms. The bands are merged, denoised without the gain stage and split again. Returns samples
- * per band, 0 while the delay line fills. Drive an instance through this entry or the others, not both. */
+ * per band, up to count * output_rate / input_rate + 1, or 0 while the delay line fills. Drive an instance
+ * through this entry or the others, not both. */
 VQNS_API int32_t vq_ns_sprocess(vq_ns_data* instance, const int16_t* low_in, const int16_t* high_in,
                                 int16_t* low_out, int16_t* high_out, int32_t count);
 

@@ -13,8 +13,8 @@
 VQNS_API int32_t vq_ns_reset(vq_ns_data* instance, int32_t input_rate, int32_t output_rate);
 
 /* One block of up to 100 ms (else -1) without the gain stage. Returns the number of samples written: 0, or
- * the count due for this block. A count below 1 returns 0. A block shorter than 1 ms is dropped when the
- * input is converted. */
+ * the count due for this block, at most count * output_rate / input_rate + 1. A count below 1 returns 0. A
+ * block shorter than 1 ms is dropped when the input is converted. */
 VQNS_API int32_t vq_ns_proc(vq_ns_data* instance, const int16_t* input, int16_t* output, int32_t count);
 
 /* One hop of 160 samples at 16 kHz (-1 for any other count). Returns 160 when a hop was written, 0 for the

@@ -388,6 +388,7 @@ TEST(Engine, NullPointersAreRefused) {
     int16_t in[160] = {}, out[160];
     EXPECT_EQ(vq_ns_init(nullptr, 16000, 16000), -1);
     EXPECT_EQ(vq_ns_delay(nullptr), -1);
+    EXPECT_EQ(vq_ns_process(engine, nullptr, nullptr, 0), 0);
     for (const auto process : {vq_ns_process, vq_ns_process_tenms}) {
         EXPECT_EQ(process(nullptr, in, out, 160), -1);
         EXPECT_EQ(process(engine, nullptr, out, 160), -1);

@@ -370,7 +370,7 @@ TEST(LayerKernels, ConvolutionsAreTheirSums) {
                                        {"l8", &T::l8, true, 2, 5, 32, 2, 127, 257}}) {
         network.check(Feed::kNormal);
         for (const Feed kind : kFeeds) {
-            for (int i = 1; i <= 12; ++i) {
+            for (int i = 0; i <= 12; ++i) {
                 Convolution c = network;
                 c.ch_in = from(1, 70);
                 if (c.ch_out != 2) c.ch_out = 8 * from(1, 9);
@@ -553,9 +553,8 @@ TEST(LayerKernels, RecurrentActivationsHoldOverTheirWholeRange) {
 
 /* ---- Normalisations ---- */
 
-/* One row; the mean is rounded to single precision, as the definition of the kernels has it, and the
- * deviation taken about it. `bound`: a few roundings of each step; what a mean one rounding off does to the
- * result; and its effect on the deviation. */
+/* One row; the mean is rounded to single precision and the deviation taken about it. `bound`: a few roundings
+ * of each step; what a mean one rounding off does to the result; and its effect on the deviation. */
 void expect_normalised(const float* x, const float* got, const Floats& scale, const Floats& shift,
                        const float* slope, size_t n, int divisor, const std::string& what) {
     double sum = 0, squares = 0;

@@ -37,8 +37,8 @@ VQNS_API void vq_ns_concat(float* out, const float* a, const float* b, int16_t n
 
 /* ---- Activations ---- */
 
-/* tanh(x) by the second-order Taylor step around the nearest entry of tansig_table; exactly +-1 from |x| = 8.
- */
+/* tanh(x) by the second-order Taylor step around the nearest entry of tansig_table; exactly +-1 from |x| = 8,
+ * 1 for not a number. */
 VQNS_API float vq_ns_tansig_approx(float x);
 /* 1 / (1 + e^-x) = (1 + tanh(x / 2)) / 2, through the above */
 VQNS_API float vq_ns_sigmoid_approx(float x);
@@ -58,7 +58,7 @@ VQNS_API void vq_ns_nm1(float* x, const float* scale, const float* shift, const 
 
 /* ---- Layers ----
  *
- * ch_out is a multiple of eight except in l8. */
+ * ch_out is a multiple of eight except in l8, `units` always. */
 
 /* Convolutions, stride 2 over bins, no padding: bins_out = (bins_in - K) / 2 + 1.
  *   out[f][o] = bias[o] + sum over t, k, c of W(t, k, c, o) * in_t[2f + k][c]
@@ -71,12 +71,12 @@ VQNS_API void vq_ns_l2(const float* in, const float* w, const float* bias, float
 VQNS_API void vq_ns_l3(const float* in, const float* w, const float* bias, float* out, int16_t ch_in,
                        int16_t ch_out, int16_t bins_in, int16_t bins_out);
 
-/* Gated recurrent layer of `units` inputs and units (a multiple of eight), one step a row,
- * ascending: z = sigmoid(Wz x + Uz h), r = sigmoid(Wr x + Ur h), n = tanh(Wn x + r * (Un h)), each product
- * with its bias, h' = z * h + (1 - z) * n Row t reads x + t * units and the state h + t * stride, and writes
- * the new state to out + t * units and over the old one: stride 0 carries one state from row to row, stride
- * `units` gives each row its own. Source: K. Cho et al., 2014, in the form that applies the reset gate after
- * the recurrent product. */
+/* Gated recurrent layer of `units` inputs and units, one step a row, ascending:
+ *   z = sigmoid(Wz x + Uz h), r = sigmoid(Wr x + Ur h), n = tanh(Wn x + r * (Un h)), each product with its
+ *   bias; h' = z * h + (1 - z) * n
+ * Row t reads x + t * units and the state h + t * stride, and writes the new state to out + t * units and
+ * over the old one: stride 0 carries one state from row to row, stride `units` gives each row its own.
+ * Source: K. Cho et al., 2014, in the form that applies the reset gate after the recurrent product. */
 VQNS_API void vq_ns_l4(const float* x, float* out, float* h, const float* wi, const float* wh, const float* b,
                        int16_t rows, int16_t units, int16_t stride);
 

@@ -4,7 +4,8 @@
  * mclear wants its array on a 32-byte boundary; the others take any alignment. The element kernels give the
  * plain kernels' results bit for bit and keep to the same blocks. The others agree with them to within
  * rounding: sums are formed in another order, and at the AVX2 level products are added without rounding them
- * first. l4 takes its sigmoid and tanh from an exponential good to 2e-7 rather than from tansig_table.
+ * first. l4 takes its sigmoid and tanh from an exponential good to 2e-7 rather than from tansig_table; with
+ * more than 64 units whose states overlap from row to row it is the plain kernel.
  *
  * The engine calls these through vq_ns_kernel_table. mclear_avx, mclear_avx2 and s2f_avx are in none.
  */

@@ -50,7 +50,7 @@ typedef struct vq_ns_fft_data {
     void (*comp2)(float* re3, float* re4, float* im3, float* im4, int32_t count);
 } vq_ns_fft_data;
 
-/* Prepares a record for frames of real_length samples, 4 to 512, half of it a power of two.
+/* Prepares a record for frames of real_length samples, 4 to 512, half of it (rounded down) a power of two.
  * isa: 2 for the AVX2 kernels, 1 for the AVX kernels, any other value for the plain ones.
  * Returns 0; -1 for a length out of range, the record then untouched. */
 VQNS_API int32_t vq_ns_fft_init(vq_ns_fft_data* fft, int32_t real_length, int32_t isa);
