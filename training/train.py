@@ -46,8 +46,8 @@ parser.add_argument("--start", help="parameter file or checkpoint to begin with 
 parser.add_argument("--shares", default=Path(__file__).parent / "shares.json", help="shares of the sources, as JSON")
 parser.add_argument("--chances", nargs="+", default=[], metavar="NAME=SHARE",
                     help="how often things happen to a piece in training (mixer.Chances); held-out pieces keep theirs")
-parser.add_argument("--batch", type=above(0, int), default=5, help="pieces a step")
-parser.add_argument("--seconds", type=float, default=4, help="of a piece")
+parser.add_argument("--batch", type=above(0, int), default=3, help="pieces a step")
+parser.add_argument("--seconds", type=float, default=8, help="of a piece")
 parser.add_argument("--seed", type=int, default=1, help="of the mixtures and of fresh weights")
 parser.add_argument("--rate", type=float, default=1.5e-3, help="learning rate")
 parser.add_argument("--warm-up", type=int, default=500, help="steps")
@@ -118,7 +118,7 @@ class Run:
         a, state = self.a, self.state
         batch = [torch.from_numpy(v).to(a.device) for v in self.feeder.next()]
         loss, terms = losses.measure(state.net, *batch, self.weights)
-        rate = schedule.rate(a.rate, state.step, left, a.warm_up, a.decay)
+        rate = schedule.rate(a.rate, state.step - state.first_step, left, a.warm_up, a.decay)
         norm = state.advance(loss, rate, a.clip)
         state.seconds_heard += a.batch * a.seconds
         self.failed = 0 if np.isfinite(norm) else self.failed + 1

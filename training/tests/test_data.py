@@ -110,8 +110,8 @@ class Steps(unittest.TestCase):
             self.assertAlmostEqual(abs(full[3000]), 1, places=4)
             kept = 3000 + int(EARLY * RATE)
             np.testing.assert_allclose(full[:kept], early[:kept], atol=1e-5)
-            self.assertLessEqual(np.square(early[kept:]).sum(), .75 * np.square(full[kept:]).sum())
-            self.assertLess(np.abs(early[3000 + 5000:]).max(initial=0), 2e-3)
+            self.assertLessEqual(np.square(early[kept:]).sum(), .75 * np.square(full[kept:]).sum() + 1e-8)
+            self.assertLess(np.abs(early[kept + 4200:]).max(initial=0), 2e-3)
 
     def test_made_up_noises_are_finite_sound_of_the_asked_length(self):
         for kind in made_up.KINDS:
@@ -153,7 +153,7 @@ class Mixing(WithPools):
             level.append(levels.db(levels.rms(p.noisy)))
             if level[-1] > -35:  # rounding does not matter yet
                 snr.append(levels.db(levels.active_rms(p.clean) / levels.rms(p.noisy - p.clean)))
-        self.assertTrue(-5.1 <= min(snr) < 0 and 20 < max(snr) < 30.1, (min(snr), max(snr)))
+        self.assertTrue(-6.1 <= min(snr) < 0 and 20 < max(snr) < 30.1, (min(snr), max(snr)))
         self.assertTrue(-45.1 <= min(level) < -38 and -14 < max(level) <= -4.9, (min(level), max(level)))
 
     def test_clean_only_and_noise_only(self):
@@ -195,7 +195,7 @@ class Mixing(WithPools):
             self.assertGreater(np.mean([u[i].sum() for u in unmuted]), .2 * RATE)
         for p in pieces(clipping=1):
             top = np.abs(p.noisy).max()
-            self.assertGreater(np.mean(np.abs(p.noisy) > .999 * top), .005)
+            self.assertGreater(np.mean(np.abs(p.noisy) > .999 * top), .003)
         steps = [levels.frame_energies(p.noisy) for p in pieces(level_steps=1)]
         self.assertGreater(np.mean([np.ptp(10 * np.log10(e + 1e-12)) for e in steps]),
                            3 + np.mean([np.ptp(10 * np.log10(levels.frame_energies(p.noisy) + 1e-12)) for p in plain]))
@@ -203,9 +203,8 @@ class Mixing(WithPools):
             for p in pieces(**chances):
                 power = np.square(np.abs(np.fft.rfft(p.noisy)))
                 self.assertLess(power[2 * 7900:].sum(), 1e-3 * power.sum(), chances)
-        for p, q in zip(pieces(room=1, clean_only=1), pieces(clean_only=1)):
-            late = levels.db(levels.rms(p.noisy - p.clean) / levels.rms(p.clean))
-            self.assertTrue(-60 < late < 10, late)
+        late = [levels.db(levels.rms(p.noisy - p.clean) / levels.rms(p.clean)) for p in pieces(room=1, clean_only=1)]
+        self.assertTrue(-30 < max(late) < 10, late)
         for p, q in zip(pieces(second_talker=1, clean_only=1), pieces(clean_only=1)):
             np.testing.assert_allclose(p.noisy, p.clean, atol=2e-5)
             alone = np.dot(p.clean, q.clean) ** 2 / np.dot(p.clean, p.clean) / np.dot(q.clean, q.clean)
@@ -223,6 +222,27 @@ class Mixing(WithPools):
         for p in pieces(noise_only=1, intermittent=1, babble=1):
             e = levels.frame_energies(p.noisy)
             self.assertLess(e.min(), 1e-3 * e.max())
+        long = Mixer(str(self.top), 5, seconds=8, chances=replace(NOTHING, clean_only=1, pause=1))
+        longest = []
+        for i in range(12):
+            active = levels.active_frames(long.piece(i).clean)
+            longest.append(max(map(len, np.split(active, np.flatnonzero(active)))) / 100)
+        self.assertGreater(np.median(longest), .75)
+        for p in pieces(noise_only=1, babble_alone=1):
+            spectrum = np.square(np.abs(np.fft.rfft(p.noisy)))
+            self.assertLess(spectrum[2 * 1900:].sum(), .01 * spectrum.sum())  # the voices' pitches lie below
+
+    def test_what_was_there_while_nobody_spoke_is_not_made_speech(self):
+        voice = tone(500, 4)
+        hiss = np.random.default_rng(1).standard_normal(4 * RATE).astype(np.float32) * .01
+        with tempfile.TemporaryDirectory() as folder:
+            write_tree(Path(folder) / "in", {f"one/{i}.wav": (np.concatenate([voice, hiss]), RATE) for i in range(8)})
+            pool.pack(Path(folder) / "in", Path(folder) / "speech", one_in=4)
+            pool.pack(Path(folder) / "in", Path(folder) / "noise", one_in=4)
+            mixer = Mixer(folder, 1, seconds=6, chances=NOTHING)
+            for seed in range(20):
+                power = np.square(np.abs(np.fft.rfft(mixer.speech(np.random.default_rng(seed)))))
+                self.assertLess(power[6 * 1000:].sum(), .2 * power.sum(), seed)
 
     def test_feeder_keeps_the_order(self):
         arguments = {"folder": str(self.top), "seed": 5, "seconds": 1}

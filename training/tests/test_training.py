@@ -114,7 +114,8 @@ class Running(WithPools):
     def run_training(self, out, steps, *more, stop_at=None):
         threads = os.environ.get("OMP_NUM_THREADS", "1")
         arguments = [str(self.top), str(self.top / out), "--steps", str(steps), "--batch", "2", "--seconds", "1",
-                     "--held-out", "8", "--threads", threads, "--device", "cpu", *more]
+                     "--held-out", "8", "--threads", threads, "--device", "cpu", "--perceptual", "0",
+                     "--intelligibility", "0", *more]
         StoppedRun.at = stop_at
         with contextlib.redirect_stdout(io.StringIO()), mock.patch.object(train, "Run", StoppedRun):
             return train.main(arguments)

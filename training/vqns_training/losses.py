@@ -15,15 +15,15 @@ EDGE = 2 * framing.HOP  # samples at either end that lack a part of the overlap
 
 @dataclass
 class Weights:
-    """Of the terms. Another good set: magnitude .3, complex .2, wave .2."""
-    magnitude: float = .7
+    """Of the terms, to go on from a trained model."""
+    magnitude: float = 1.5
     complex: float = .3
     keep: float = .8  # magnitude lost where there is speech
     wave: float = 0.  # mean absolute error of the samples
-    sdr: float = .005  # per dB of scale-invariant signal-to-distortion ratio, up to 30 dB
-    segmental: float = 0.  # per dB of segmental signal-to-noise ratio, which a wrong level lowers too
-    perceptual: float = 0.  # per point of opinion score lost; a small share, to finish with
-    intelligibility: float = 0.  # per unit of correlation of envelopes lost
+    sdr: float = .012  # per dB of scale-invariant signal-to-distortion ratio, up to 30 dB
+    segmental: float = .008  # per dB of segmental signal-to-noise ratio, which a wrong level lowers too
+    perceptual: float = .11  # per point of opinion score lost; a small share
+    intelligibility: float = 1.3  # per unit of correlation of envelopes lost
     windows: tuple = (framing.FRAME,)  # samples; the spectral terms are averaged over them
 
 

@@ -14,30 +14,34 @@ from .telephone import Line
 @dataclass
 class Chances:
     """How often each thing happens to a piece."""
-    noise_only: float = .05
-    clean_only: float = .04
+    noise_only: float = .13
+    clean_only: float = .08
     telephone_speech: float = .06  # the talker is on a telephone line
     telephone_mixture: float = .03  # speech and noise are
-    second_talker: float = 0.  # at the same time, and to be kept as well
+    second_talker: float = .15  # at the same time, and to be kept as well
+    pause: float = .25  # of each gap between utterances: it is a long one
     room: float = .4
-    intermittent: float = .1
+    intermittent: float = .12
     low_pass: float = .15
     clipping: float = .05
     level_steps: float = .08
-    silence: float = .08
-    babble: float = .07  # these two of each noise, else it is recorded
+    silence: float = .18
+    babble: float = .12  # these two of each noise, else it is recorded
     made_up: float = .13
-    noise_room: float = 0.  # of each recorded noise: it sounds in a room
-    noise_colour: float = 0.  # of each recorded noise: it gets another colour
-    unmuted: float = 0.  # of speech in noise: digital silence, then noise alone, then speech again
+    babble_alone: float = .25  # of noise alone: it is babble and nothing else
+    noise_room: float = .25  # of each recorded noise: it sounds in a room
+    noise_colour: float = .3  # of each recorded noise: it gets another colour
+    unmuted: float = .12  # of speech in noise: digital silence, then noise alone, then speech again
 
 
-LEVEL, SNR = (-45, -5), (-5, 30)  # dBFS, dB
+LEVEL, SNR = (-45, -5), (-6, 30)  # dBFS, dB
+PAUSE = (.75, 5)  # seconds
+QUIET = gain(-15)  # of a recording's level: a stretch under it is what was there while nobody spoke
 COMMON_LEVEL = .05  # to which `scale` brings a piece's target
 
 
 def happens(rng, chance):
-    """Takes no number for a chance of 0, so that pieces stay what they were before there was that chance."""
+    """Takes no number for a chance of 0, so that a piece without it is otherwise the same."""
     return chance > 0 and rng.random() < chance
 
 
@@ -63,24 +67,30 @@ class Mixer:
             self.room_pool = None
         self.seed, self.samples, self.chances = seed, int(seconds * RATE), chances or Chances()
 
+    def gap(self, rng):
+        """Samples between two utterances; long pauses are spread evenly over a logarithmic scale."""
+        if happens(rng, self.chances.pause):
+            return int(np.exp(rng.uniform(*np.log(PAUSE))) * RATE)
+        return int(rng.integers(12000)) if rng.random() < .6 else 0
+
     def speech(self, rng):
         """Utterances of one source at one level, with and without gaps, now and then as another voice."""
         y, at = np.zeros(self.samples, np.float32), int(rng.integers(8000)) if rng.random() < .5 else 0
         source = self.speech_pool.source(rng)
         ratio = filters.speed_ratio(rng, 1.18) if rng.random() < .5 else (1, 1)
         while at < self.samples:
-            x = self.speech_pool.piece(rng, min(self.samples - at, int(rng.integers(RATE, 6 * RATE))), source)
+            x, file = self.speech_pool.stretch(rng, min(self.samples - at, int(rng.integers(RATE, 6 * RATE))), source)
             x = filters.respeed(x, ratio)[:self.samples - at]
             level = active_rms(x)
-            if level < 1e-4:
+            if level < max(1e-4, QUIET * self.speech_pool.level(file)):
                 at += 1600
                 continue
             y[at:at + len(x)] = x * (COMMON_LEVEL / level)
-            at += len(x) + (int(rng.integers(12000)) if rng.random() < .6 else 0)
+            at += len(x) + self.gap(rng)
         return y
 
     def babble(self, rng):
-        y = sum(self.speech(rng) * gain(rng.uniform(-8, 0)) for _ in range(rng.integers(4, 10)))
+        y = sum(self.speech(rng) * gain(rng.uniform(-8, 0)) for _ in range(rng.integers(5, 12)))
         return self.in_a_room(y, rng) if rng.random() < .6 else y
 
     def in_a_room(self, x, rng):
@@ -143,11 +153,13 @@ class Mixer:
         kind, silence = rng.random(), np.zeros(self.samples, np.float32)
         if kind < self.chances.clean_only:
             return self.talker(rng)
-        noise = filters.random_colour(self.noise(rng), rng)
-        if kind > 1 - self.chances.noise_only:
+        alone = kind > 1 - self.chances.noise_only
+        noise = self.babble(rng) if alone and happens(rng, self.chances.babble_alone) else self.noise(rng)
+        noise = filters.random_colour(noise, rng)
+        if alone:
             return noise * np.float32(COMMON_LEVEL / (rms(noise) + 1e-9)), silence
         speech, clean = self.talker(rng)
-        snr = np.clip(rng.normal(9, 9), *SNR)
+        snr = np.clip(rng.normal(7, 9), *SNR)
         noise = noise * np.float32(active_rms(clean) / (rms(noise) + 1e-9) / gain(snr))
         if happens(rng, self.chances.unmuted):
             microphone, talking = unmuting(self.samples, rng)

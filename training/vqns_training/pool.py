@@ -16,7 +16,7 @@ from pathlib import Path
 import numpy as np
 import soundfile
 
-from . import audio
+from . import audio, levels
 
 SHORTEST = 1600  # samples; shorter files are left out
 
@@ -80,6 +80,7 @@ class Pool:
             self.sources.setdefault(f["source"], []).append(f)
         self.names = sorted(self.sources)
         self.longest = max(f["samples"] for f in files)
+        self.levels = {}
         weight = [(shares or {}).get(n, 1) * sum(f["samples"] for f in self.sources[n]) ** .5 for n in self.names]
         self.share = np.array(weight) / sum(weight)
 
@@ -90,11 +91,20 @@ class Pool:
         """A whole recording."""
         return self.samples[entry["offset"]:entry["offset"] + entry["samples"]].astype(np.float32) / 32768
 
-    def piece(self, rng, longest, source=None):
-        """A random stretch of up to `longest` samples from one recording."""
+    def level(self, entry):
+        """Of a whole recording, active parts alone."""
+        if entry["offset"] not in self.levels:
+            self.levels[entry["offset"]] = levels.active_rms(self.file(entry))
+        return self.levels[entry["offset"]]
+
+    def stretch(self, rng, longest, source=None):
+        """(A random stretch of up to `longest` samples from one recording, the recording's entry)."""
         files = self.sources[source or self.source(rng)]
         entry = files[rng.integers(len(files))]
         offset, count = entry["offset"], entry["samples"]
         if count > longest:
             offset, count = offset + int(rng.integers(count - longest + 1)), longest
-        return self.samples[offset:offset + count].astype(np.float32) / 32768
+        return self.samples[offset:offset + count].astype(np.float32) / 32768, entry
+
+    def piece(self, rng, longest, source=None):
+        return self.stretch(rng, longest, source)[0]

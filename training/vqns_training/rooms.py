@@ -4,7 +4,7 @@ import scipy.signal
 
 from .audio import RATE
 
-EARLY = .05  # seconds after the direct sound that belong to speech
+EARLY = .2  # seconds after the direct sound that belong to speech
 
 
 def simulated(rng):

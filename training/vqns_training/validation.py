@@ -10,7 +10,7 @@ SETS = {"mixed": Chances(), "clean": Chances(noise_only=0, clean_only=1, telepho
         "noise": Chances(noise_only=1, clean_only=0)}
 
 
-def held_out_batches(folder, shares, pieces, seconds=4.0):
+def held_out_batches(folder, shares, pieces, seconds=8.0):
     """{set: batches} of about `pieces` mixtures, and a quarter as many of clean speech and of noise alone."""
     batches = {}
     for name, chances in SETS.items():
