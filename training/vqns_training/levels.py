@@ -1,6 +1,8 @@
 """Levels, and what changes them."""
 import numpy as np
 
+from .audio import RATE
+
 FRAME = 160  # 10 ms
 
 
@@ -49,7 +51,7 @@ def silence_gaps(n, rng):
     keep = np.ones(n, np.float32)
     for _ in range(rng.integers(1, 4)):
         at = 0 if rng.random() < .2 else int(rng.integers(n))
-        keep[at:at + int(rng.uniform(.05, 1) * 16000)] = 0
+        keep[at:at + int(rng.uniform(.05, 1) * RATE)] = 0
     return keep
 
 
@@ -57,6 +59,6 @@ def unmuting(n, rng):
     """(microphone, talking): a microphone is off for up to 1.5 s, sometimes from the beginning on; when it is on again,
     nobody speaks for up to 2.5 s."""
     on = int(rng.integers(n * 2 // 3))
-    off, speech = on - int(rng.uniform(.05, 1.5) * 16000), on + int(rng.uniform(.2, 2.5) * 16000)
+    off, speech = on - int(rng.uniform(.05, 1.5) * RATE), on + int(rng.uniform(.2, 2.5) * RATE)
     at = np.arange(n)
     return ((at < off) | (at >= on)).astype(np.float32), ((at < off) | (at >= speech)).astype(np.float32)
