@@ -160,7 +160,7 @@ class Evaluation(WithPools):
         kinds = [e["kind"] for e in self.entries]
         noises = {e["noise"] for e in self.entries if e["kind"] == "noisy"}
         self.assertEqual(noises, {"machine", "babble", "made up"})
-        counts = {"noisy": 6, "noise": 3, "clean": 3, "talkers": 3, "step": 3}
+        counts = {"noisy": 6, "noise": 3, "clean": 3, "talkers": 3, "step": 3, "after": 3}
         self.assertEqual({k: kinds.count(k) for k in set(kinds)}, counts)
         for entry, clean, noisy in pairs.read(self.top / "pairs"):
             if entry["kind"] == "noisy":
@@ -171,6 +171,11 @@ class Evaluation(WithPools):
                 np.testing.assert_array_equal(clean, noisy)
             elif entry["kind"] == "noise":
                 self.assertEqual(np.abs(clean).max(), 0)
+            elif entry["kind"] == "after":
+                half = int(entry["from"] * RATE)
+                self.assertEqual(np.abs(clean[half:]).max(), 0)
+                snr = levels.db(levels.active_rms(clean[:half]) / levels.rms(noisy - clean))
+                self.assertAlmostEqual(snr, entry["snr"], delta=1)
             else:
                 half = int(entry["from"] * RATE)
                 step = levels.db(levels.active_rms(clean[half:]) / levels.active_rms(clean[8000:half]))

@@ -9,6 +9,8 @@ step     speech in noise, 15 dB louder or softer    the speech, scored after the
          from the middle on
 noise    noise alone                                nothing
 music    music alone                                (reported, no target)
+after    speech in noise, from the middle on noise  nothing, scored from two seconds after "from" on
+         alone
 """
 import json
 from pathlib import Path
@@ -106,6 +108,11 @@ class Maker:
             for _ in range(4 * count):
                 music = self.noise("music") * levels.gain(LEVEL)
                 yield {"kind": "music", "noise": "music", "seen_in_training": seen}, nothing, music
+        talking = (np.arange(self.n) < self.n // 2).astype(np.float32)
+        for i in range(len(noises) * count):
+            clean, noisy = self.mixture(noises[i % len(noises)], 10)
+            entry = {"kind": "after", "snr": 10, "noise": noises[i % len(noises)], "from": self.n // 2 / RATE}
+            yield entry, clean * talking, noisy - clean * (1 - talking)
 
 
 def write(folder, pairs):

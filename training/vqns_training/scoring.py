@@ -59,7 +59,7 @@ def grouped(results, kind, key):
 def summary(results):
     s = {"by_snr": grouped(results, "noisy", "snr"), "by_noise": grouped(results, "noisy", "noise"),
          "noise_alone": grouped(results, "noise", "noise")}
-    for kind in ("noisy", "clean", "talkers", "step", "noise", "music"):
+    for kind in ("noisy", "clean", "talkers", "step", "noise", "music", "after"):
         s |= {kind: group["all"] for group in [grouped(results, kind, None)] if group}
     return s
 
@@ -85,7 +85,7 @@ def text(s):
     blocks = [table(s["by_snr"], "By SNR in dB"), table(s["by_noise"], "By noise")] if s["by_snr"] else []
     titles = {"noisy": "All noisy speech", "clean": "Clean speech", "talkers": "Two talkers",
               "step": "After a level step", "noise": "Noise alone, after two seconds",
-              "music": "Music alone, after two seconds"}
+              "music": "Music alone, after two seconds", "after": "Noise two seconds after speech"}
     blocks += [table({"all": s[kind]}, title) for kind, title in titles.items() if kind in s]
     if s["noise_alone"]:
         blocks.append(table(s["noise_alone"], "Noise alone, by noise"))
