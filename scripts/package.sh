@@ -2,9 +2,10 @@
 # Builds the Debian packages and, in a git checkout, the source tarball: package.sh [OUT], into build/dist without one.
 set -eu
 umask 022
-cd "$(dirname "$0")/.."
-mkdir -p "${1:-build/dist}"
-out=$(realpath "${1:-build/dist}")
+top=$(realpath "$(dirname "$0")/..")
+out=$(realpath -m "${1:-$top/build/dist}")
+cd "$top"
+mkdir -p "$out"
 scripts/packages.sh g++ cmake ninja-build pkg-config nlohmann-json3-dev libcli11-dev libsndfile1-dev \
     libsamplerate0-dev libpng-dev dpkg-dev git xz-utils ladspa-sdk \
     libgstreamer-plugins-base1.0-dev libre-dev librem-dev

@@ -3,8 +3,7 @@
 # Nothing on the machine is set up or started. What they link to: liblilv-0-0, liblua5.3-0, libglib2.0-0, libreadline8,
 # libsndfile1.
 set -eu -o pipefail
-cd "$(dirname "$0")/.."
-folder=${1:-build/pipewire}
+folder=${1:-$(dirname "$0")/../build/pipewire}
 mkdir -p "$folder"
 cd "$folder"
 [ ! -e complete ] || exit 0

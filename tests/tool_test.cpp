@@ -407,6 +407,23 @@ TEST_F(Tool, NoMessageGetsIntoTheSoundWhereStandardErrorIsClosed) {
     EXPECT_EQ(contents(at("out.raw")).size(), 16000u);
 }
 
+TEST_F(Tool, FilesMayBePipes) {
+    save(at("in.au"), tones(16000, 1, 0.5, SF_FORMAT_AU | SF_FORMAT_PCM_16));
+    save(at("in.wav"), tones(16000, 1, 0.5));
+    std::string header = contents(at("in.wav"));
+    write_text(at("endless.wav"), header.replace(40, 4, std::string(4, '\xff')));
+    const auto shell = [&](const std::string& line) {
+        return std::system(("cd '" + folder.string() + "' && " + line).c_str());
+    };
+    const std::string program = "'" VQNS_PROGRAM "' ";
+    EXPECT_EQ(shell(program + "denoise -q in.au /dev/stdout | cat > out.au"), 0);
+    EXPECT_EQ(load(at("out.au")).frames(), 8000u);
+    EXPECT_EQ(shell(program + "report -q in.wav -o /dev/stdout | cat > out.html"), 0);
+    EXPECT_NE(contents(at("out.html")).find("</html>"), std::string::npos);
+    EXPECT_EQ(shell("cat endless.wav | " + program + "denoise -q /dev/stdin out.wav"), 0);
+    EXPECT_EQ(load(at("out.wav")).frames(), 8000u);
+}
+
 TEST_F(Tool, LiveStreamIsNotHeldBack) {
     int to[2], from[2];
     ASSERT_EQ(pipe(to), 0);
@@ -452,6 +469,17 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
         const std::string whole = contents(at(std::string("good.") + ending));
         write_text(at(std::string("cut.") + ending), whole.substr(0, whole.size() * 6 / 10));
     }
+    std::string damaged = contents(at("good.flac"));
+    damaged[damaged.size() / 2] ^= 0x10;
+    write_text(at("bad.flac"), damaged);
+    save(at("odd.wav"), tones(96001, 1, 0.1));
+    save(at("huge.w64"), {48000, 8, SF_FORMAT_W64 | SF_FORMAT_PCM_16, Pcm(8)});
+    std::string huge = contents(at("huge.w64"));
+    for (const size_t size : {size_t{16}, huge.size() - 16 - 8}) huge[size + 4] = 2;  // 8 GiB more
+    write_text(at("huge.w64"), huge);
+    fs::resize_file(at("huge.w64"), huge.size() + (size_t{2} << 32));
+    fs::create_symlink("loop2.wav", folder / "loop1.wav");
+    fs::create_symlink("loop1.wav", folder / "loop2.wav");
     // A header that libsndfile's log has no room for.
     std::string long_header = contents(at("good.wav"));
     for (int i = 0; i < 100; ++i) long_header.insert(36, std::string("Note\4\0\0\0text", 12));
@@ -499,8 +527,14 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
         {{"denoise", at("long.wav"), old}, 1, "long.wav: is truncated"},
         {{"denoise", at("cut.ogg"), old}, 1, "cut.ogg: is truncated"},
         {{"denoise", at("cut.flac"), old}, 1, "cut.flac: is truncated"},
+        {{"denoise", at("bad.flac"), old}, 1, "bad.flac: is truncated or damaged after"},
         {{"vad", at("cut.wav")}, 1, "cut.wav: is truncated"},
         {{"resample", at("cut.flac"), old, "--rate", "8000"}, 1, "cut.flac: is truncated"},
+        {{"denoise", at("odd.wav"), at("new.flac")}, 1, "no sound format of that name"},
+        {{"report", at("odd.wav"), "-o", old}, 1, "do not take 1 channels at 96001 Hz"},
+        {{"denoise", at("huge.w64"), old}, 1, "old.wav: a WAV file holds 4 GiB at most"},
+        {{"denoise", "-", at("new.dat"), "--rate", "16000"}, 1, "raw PCM has none"},
+        {{"denoise", good, at("loop1.wav")}, 1, "loop1.wav: Too many levels of symbolic links"},
         {{"denoise", at("slow.wav"), old}, 1, "slow.wav: a rate of 4000 Hz"},
         {{"denoise", good, good}, 1, "good.wav: is the input"},
         {{"denoise", good, at("folder/../good.wav")}, 1, "good.wav: is the input"},
@@ -546,7 +580,7 @@ TEST_F(Tool, ErrorsAreOneLineAndLeaveNothingBehind) {
     EXPECT_EQ(ragged.status, 1);
     EXPECT_EQ(ragged.out.size(), 1000u) << "whole frames still come out";
 
-    for (const char* name : {"cut.wav", "long.wav", "cut.ogg", "cut.flac"}) {
+    for (const char* name : {"cut.wav", "long.wav", "cut.ogg", "cut.flac", "bad.flac"}) {
         const Result accepted = run({"denoise", "-q", "--accept-truncated", at(name), at("out.wav")});
         EXPECT_EQ(accepted.status, 0) << accepted.err;
         EXPECT_NE(accepted.err.find("using what there is"), std::string::npos) << accepted.err;
@@ -622,6 +656,12 @@ TEST_F(Tool, ReplacesFilesWithCare) {
     EXPECT_TRUE(fs::is_symlink(at("link.wav")));
     EXPECT_EQ(fs::status(at("real.wav")).permissions(), fs::perms{0640});
     EXPECT_EQ(load(at("real.wav")).frames(), 3200u);
+    if (chown(at("real.wav").c_str(), 1234, 1234) == 0) {  // as root
+        ASSERT_EQ(run({"denoise", "-q", at("in.wav"), at("real.wav")}).status, 0);
+        struct stat there = {};
+        ASSERT_EQ(stat(at("real.wav").c_str(), &there), 0);
+        EXPECT_EQ(there.st_uid, 1234u);
+    }
     fs::create_symlink("made.wav", folder / "dangling.wav");
     ASSERT_EQ(run({"denoise", "-q", at("in.wav"), at("dangling.wav")}).status, 0);
     EXPECT_TRUE(fs::is_symlink(at("dangling.wav")));

@@ -197,8 +197,9 @@ GstFlowReturn transform_ip(GstBaseTransform* base, GstBuffer* buffer) {
     const GstClockTime timestamp = GST_BUFFER_PTS(buffer);
     if (gst_buffer_get_size(buffer) == 0) return GST_BASE_TRANSFORM_FLOW_DROPPED;
     if (base->segment.format == GST_FORMAT_TIME && GST_CLOCK_TIME_IS_VALID(timestamp)) {
-        gst_object_sync_values(GST_OBJECT(self),
-                               gst_segment_to_stream_time(&base->segment, GST_FORMAT_TIME, timestamp));
+        // None for what lies before the segment.
+        const GstClockTime at = gst_segment_to_stream_time(&base->segment, GST_FORMAT_TIME, timestamp);
+        if (GST_CLOCK_TIME_IS_VALID(at)) gst_object_sync_values(GST_OBJECT(self), at);
     }
     GstFlowReturn flow = line_up(self, timestamp, GST_BUFFER_IS_DISCONT(buffer));
     if (flow != GST_FLOW_OK) return flow;

@@ -1,4 +1,4 @@
-"""The corpus command on a local cluster of two workers: killed workers, killing files, interrupts, resuming."""
+"""The corpus command on clusters of this machine: killed workers, killing files, interrupts, resuming."""
 import importlib.util
 import json
 import os
@@ -10,6 +10,7 @@ import tempfile
 import time
 import unittest
 from pathlib import Path
+from unittest import mock
 
 import hosts
 from hosts import np, soundfile
@@ -67,7 +68,10 @@ class Corpus(unittest.TestCase):
 
     def journal(self):
         """Names in the order in which they were finished."""
-        return [json.loads(line)["file"] for line in (self.target / ".vqns-corpus.jsonl").read_text().splitlines()]
+        return [line["file"] for line in self.journal_lines() if "seconds" in line]
+
+    def journal_lines(self):
+        return [json.loads(line) for line in (self.target / ".vqns-corpus.jsonl").read_text().splitlines()]
 
     def report(self):
         lines = (self.target / "vqns-corpus-failed.jsonl").read_text().splitlines()
@@ -200,10 +204,40 @@ class Corpus(unittest.TestCase):
         for name in names - {"a/0.wav", "a/1.wav"}:
             (self.source / name).unlink()
         self.assertIn("2 files done", self.run_to_its_end(0, "--suffixes", ".wav,.flac"))
+        # What a run with other settings was at when it was ended may be its own.
+        command = self.start(*options)
+        self.writer_of_a_partial(command)
+        command.terminate()
+        command.communicate(timeout=120)
+        self.assertEqual(command.returncode, 143)
+        at_work = self.target / self.journal_lines()[-1]["file"]
+        at_work.write_bytes(bytes(at_work.stat().st_size))
+        self.run_to_its_end(0)
+        wanted = hosts.denoised(self.source / "a/0.wav")
+        np.testing.assert_array_equal(soundfile.read(at_work, dtype="int16", always_2d=True)[0], wanted)
         for trees in ((self.source, self.source / "a"), (self.source, self.folder), (self.cwd / "none", self.target)):
             refused = subprocess.run([sys.executable, "-B", "-m", "vqns.corpus", *trees], capture_output=True,
                                      env={**os.environ, "PYTHONPATH": str(hosts.BUILD / "python")})
             self.assertEqual(refused.returncode, 2, refused.stderr)
+
+    def test_a_cluster_does_the_work_if_it_sees_both_trees(self):
+        hosts.noisy(self.source / "a/0.wav")
+        path = str(hosts.BUILD / "python")
+        sys.path.insert(0, path)
+        self.addCleanup(sys.path.remove, path)
+        with mock.patch.dict(os.environ, {"PYTHONPATH": path}):
+            from distributed import LocalCluster
+            from vqns.corpus import run
+            with LocalCluster(n_workers=1, threads_per_worker=2, dashboard_address=None, processes=False,
+                              protocol="tcp", local_directory=self.folder / "dask") as cluster:
+                address = cluster.scheduler_address
+                command = subprocess.run([sys.executable, "-B", "-m", "vqns.corpus", self.source, self.target,
+                                          "--scheduler", address], capture_output=True, text=True)
+                self.assertEqual(command.returncode, 0, command.stderr)
+                self.check_like_the_program()
+                with self.assertRaisesRegex(run.CannotRun, "does not see"), \
+                        run.cluster_client(address, str(self.source), str(self.cwd)):
+                    pass
 
 
 hosts.main()

@@ -67,6 +67,12 @@ bool sound_is_cut(const std::string& path, int64_t size) {
     return false;
 }
 
+// Of a pipe the length is what its header promises.
+bool is_placeholder(SNDFILE* file, const SF_INFO& info) {
+    const double bytes = static_cast<double>(info.frames) / info.samplerate * sf_current_byterate(file);
+    return bytes >= static_cast<double>(kPlaceholderSize);
+}
+
 void truncated(const AudioInput& input, const std::string& reason) {
     if (!input.accept_truncated) fail(input.name, reason);
     std::fprintf(stderr, "vqns: %s: %s; using what there is\n", input.name.c_str(), reason.c_str());
@@ -90,8 +96,10 @@ void open_file(AudioInput& input, const std::string& path) {
     input.rate = info.samplerate;
     input.channels = info.channels;
     input.format = info.format;
-    input.frames = info.frames == SF_COUNT_MAX ? -1 : info.frames;
-    const bool is_cut = S_ISREG(there.st_mode) && sound_is_cut(path, there.st_size);
+    const bool is_file = S_ISREG(there.st_mode);
+    const bool is_known = info.frames != SF_COUNT_MAX && (is_file || !is_placeholder(input.file.get(), info));
+    input.frames = is_known ? info.frames : -1;
+    const bool is_cut = is_file && sound_is_cut(path, there.st_size);
     if (is_cut || promises_more(input.file.get(), info)) truncated(input, "is truncated");
 }
 
@@ -105,12 +113,18 @@ int64_t read_file(AudioInput& input, int16_t* out, int64_t frames) {
             std::clamp(32768.0f * input.samples[static_cast<size_t>(i)], -32768.0f, 32767.0f);
         out[i] = static_cast<int16_t>(std::isnan(scaled) ? 0 : std::lrint(scaled));
     }
-    if (got == frames) return got;
-    const bool is_short = input.frames >= 0 && input.frames_read < input.frames;
-    if (sf_error(input.file.get()) != SF_ERR_NO_ERROR || is_short) {
+    const bool is_end = got < frames;
+    const bool is_short = is_end && input.frames >= 0 && input.frames_read < input.frames;
+    const bool is_wrong = sf_error(input.file.get()) != SF_ERR_NO_ERROR;
+    if ((is_wrong || is_short) && !input.damaged) {
+        const int64_t sound = input.frames_read - (is_end ? 0 : got);
         char where[64];
-        std::snprintf(where, sizeof where, "is truncated or damaged after %.3f s", seconds_read(input));
+        std::snprintf(where, sizeof where, "is truncated or damaged after %.3f s",
+                      static_cast<double>(sound) / input.rate);
         truncated(input, where);
+        input.damaged = true;
+    }
+    if (is_end && input.damaged) {
         input.frames = input.frames_read;
         input.file.reset();
     }

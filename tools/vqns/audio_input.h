@@ -30,6 +30,7 @@ struct AudioInput {
     int64_t frames = -1;  // -1: not known beforehand
     int64_t frames_read = 0;
     bool accept_truncated = false;
+    bool damaged = false;  // and accepted
     SoundFile file;
     std::vector<float> samples;      // of a file block
     std::vector<unsigned char> raw;  // read, but less than a frame

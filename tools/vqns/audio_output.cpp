@@ -37,39 +37,58 @@ const Ending kEndings[] = {
     {".mp3", {SF_FORMAT_MPEG}, {SF_FORMAT_MPEG_LAYER_III}},
 };
 
-bool can_write(SF_INFO info, int format) {
-    // libsndfile knows MPEG sound in other containers, but does not write it.
-    const int samples = format & SF_FORMAT_SUBMASK;
-    const bool mpeg = samples >= SF_FORMAT_MPEG_LAYER_I && samples <= SF_FORMAT_MPEG_LAYER_III;
-    if (mpeg && (format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) return false;
-    // sf_format_check does not know of these.
+// Rates of which sf_format_check does not know that coders refuse them.
+bool takes_rate(int container, int samples, int rate) {
     constexpr int kOpusRates[] = {8000, 12000, 16000, 24000, 48000};
-    const bool has_rate = samples != SF_FORMAT_OPUS || std::find(std::begin(kOpusRates), std::end(kOpusRates),
-                                                                 info.samplerate) != std::end(kOpusRates);
+    if (samples == SF_FORMAT_OPUS) {
+        return std::find(std::begin(kOpusRates), std::end(kOpusRates), rate) != std::end(kOpusRates);
+    }
+    // A FLAC frame has 16 bits for Hz, or for tens of Hz.
+    return container != SF_FORMAT_FLAC || rate <= 65535 || rate % 10 == 0;
+}
+
+bool can_write_as(int format, SF_INFO info) {
     info.format = format;
-    return has_rate && sf_format_check(&info) == SF_TRUE;
+    return can_write(info);
+}
+
+// libsndfile writes on when the sizes in a WAV file's header have wrapped.
+void check_size(const AudioOutput& output, double seconds) {
+    constexpr double kMost = 0x1p32 - 0x1p16;  // with room for other chunks
+    const int container = output.format & SF_FORMAT_TYPEMASK;
+    if (container != SF_FORMAT_WAV && container != SF_FORMAT_WAVEX) return;
+    if (seconds * sf_current_byterate(output.file.get()) > kMost) {
+        fail(output.name, "a WAV file holds 4 GiB at most; .rf64 and .w64 hold more");
+    }
+}
+
+// What a path's ending says; null if nothing.
+const Ending* ending_of(const std::string& path) {
+    std::string ending = std::filesystem::path(path).extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const Ending* known = std::find_if(std::begin(kEndings), std::end(kEndings),
+                                       [&](const Ending& e) { return ending == e.ending; });
+    return known == std::end(kEndings) ? nullptr : known;
 }
 
 // Chooses the format for `info`'s rate and channels; 0 if there is none.
 int choose_format(const std::string& path, int input_format, const SF_INFO& info) {
-    std::string ending = std::filesystem::path(path).extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     const int input_container = input_format & SF_FORMAT_TYPEMASK;
     const int input_samples = input_format & SF_FORMAT_SUBMASK;
-    const Ending* known = std::find_if(std::begin(kEndings), std::end(kEndings),
-                                       [&](const Ending& e) { return ending == e.ending; });
-    if (known == std::end(kEndings)) return can_write(info, input_format) ? input_format : 0;
+    const Ending* known = ending_of(path);
+    if (known == nullptr) return can_write_as(input_format, info) ? input_format : 0;
     const bool same_container = std::find(std::begin(known->containers), std::end(known->containers),
                                           input_container) != std::end(known->containers);
-    const bool opus_alone = ending == ".opus";
-    if (same_container && (!opus_alone || input_samples == SF_FORMAT_OPUS) && can_write(info, input_format)) {
+    const bool opus_alone = known->sample_formats[0] == SF_FORMAT_OPUS;
+    if (same_container && (!opus_alone || input_samples == SF_FORMAT_OPUS) &&
+        can_write_as(input_format, info)) {
         return input_format;
     }
     const int container = known->containers[0];
-    if (!opus_alone && can_write(info, container | input_samples)) return container | input_samples;
+    if (!opus_alone && can_write_as(container | input_samples, info)) return container | input_samples;
     for (const int samples : known->sample_formats) {
-        if (samples != 0 && can_write(info, container | samples)) return container | samples;
+        if (samples != 0 && can_write_as(container | samples, info)) return container | samples;
     }
     return 0;
 }
@@ -150,6 +169,14 @@ void check_length(const AudioOutput& output) {
 
 }  // namespace
 
+bool can_write(SF_INFO info) {
+    const int container = info.format & SF_FORMAT_TYPEMASK, samples = info.format & SF_FORMAT_SUBMASK;
+    // libsndfile knows MPEG sound in other containers, but does not write it.
+    const bool mpeg = samples >= SF_FORMAT_MPEG_LAYER_I && samples <= SF_FORMAT_MPEG_LAYER_III;
+    if (mpeg && container != SF_FORMAT_MPEG) return false;
+    return takes_rate(container, samples, info.samplerate) && sf_format_check(&info) == SF_TRUE;
+}
+
 void open_output(AudioOutput& output, const std::string& path, const AudioInput& input, int rate) {
     if (path == "-") {
         open_raw(output);
@@ -160,6 +187,9 @@ void open_output(AudioOutput& output, const std::string& path, const AudioInput&
     info.samplerate = rate;
     info.channels = input.channels;
     info.format = choose_format(path, input.format, info);
+    if (info.format == 0 && input.format == 0 && !ending_of(path)) {
+        fail(path, "the name says no sound format, and raw PCM has none to keep");
+    }
     if (info.format == 0) {
         fail(path, "no sound format of that name holds " + std::to_string(info.channels) + " channels at " +
                        std::to_string(rate) + " Hz");
@@ -167,10 +197,12 @@ void open_output(AudioOutput& output, const std::string& path, const AudioInput&
     open_replaced(output.replaced, path);
     open_output(output, path, release_descriptor(output.replaced), info);
     copy_texts(input.file.get(), output.file.get());
+    check_size(output, static_cast<double>(input.frames) / input.rate);
 }
 
 void open_output(AudioOutput& output, const std::string& name, int descriptor, SF_INFO info) {
     output.name = name;
+    output.rate = info.samplerate;
     output.channels = info.channels;
     output.format = info.format;
     output.file.reset(sf_open_fd(descriptor, SFM_WRITE, &info, SF_TRUE));
@@ -186,6 +218,7 @@ void write_frames(AudioOutput& output, const int16_t* frames, int64_t count) {
         write_raw(output, frames, static_cast<size_t>(count * output.channels));
         return;
     }
+    check_size(output, static_cast<double>(output.frames + count) / output.rate);
     const int64_t samples = count * output.channels;
     errno = 0;
     const bool written = write_samples(output, frames, static_cast<size_t>(samples)) == samples;

@@ -9,7 +9,7 @@ namespace vqns_tool {
 
 struct AudioOutput {
     std::string name;
-    int channels = 0;
+    int rate = 0, channels = 0;
     int format = 0;         // SF_FORMAT_..., 0 for raw PCM
     int64_t frames = 0;     // written to a file
     ReplacedFile replaced;  // outlives `file`
@@ -29,6 +29,9 @@ void open_output(AudioOutput& output, const std::string& path, const AudioInput&
 // Opens a file in the format that `info` says on a descriptor, which the output takes over. `name` is for
 // messages.
 void open_output(AudioOutput& output, const std::string& name, int descriptor, SF_INFO info);
+
+// Whether a file of `info`'s format holds its rate and channels.
+bool can_write(SF_INFO info);
 
 // Writes all frames, to standard output without delay.
 void write_frames(AudioOutput& output, const int16_t* frames, int64_t count);

@@ -66,8 +66,7 @@ bool can_code(Coding coding, int rate, int channels) {
     static constexpr int kMp3Rates[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
     const bool mp3_rate = std::find(std::begin(kMp3Rates), std::end(kMp3Rates), rate) != std::end(kMp3Rates);
     if (coding == Coding::kMp3 && !mp3_rate) return false;
-    const SF_INFO info = sound_info(coding, rate, channels);
-    return sf_format_check(&info) == SF_TRUE;
+    return can_write(sound_info(coding, rate, channels));
 }
 
 void open_page_sound(PageSound& sound, Coding coding, int rate, int channels) {

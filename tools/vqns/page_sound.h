@@ -10,7 +10,7 @@ namespace vqns_tool {
 
 enum class Coding { kFlac, kMp3 };  // without loss, or small
 
-// Kept in a file without a name: nothing of it is left, however the program ends.
+// Kept in a file without a name: nothing of it is left when the program ends.
 struct PageSound {
     Coding coding = Coding::kFlac;
     int rate = 0, channels = 0;

@@ -88,12 +88,16 @@ std::string resolved(const std::string& name) {
     return error ? name : path.string();
 }
 
-mode_t permissions_for(const std::string& place) {
-    struct stat there = {};
-    if (stat(place.c_str(), &there) == 0) return there.st_mode & 07777;
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
+// Owner, where that is allowed, and permissions of the file that it replaces, or those of any new file.
+void dress_as(int descriptor, const struct stat* replaced) {
+    if (replaced == nullptr) {
+        const mode_t mask = umask(0);
+        umask(mask);
+        fchmod(descriptor, 0666 & ~mask);
+        return;
+    }
+    const bool same_owner = fchown(descriptor, replaced->st_uid, replaced->st_gid) == 0;
+    fchmod(descriptor, replaced->st_mode & (same_owner ? 07777 : 0777));
 }
 
 }  // namespace
@@ -107,21 +111,23 @@ ReplacedFile::~ReplacedFile() {
 
 void open_replaced(ReplacedFile& file, const std::string& name) {
     file.name = name;
-    file.place = resolved(name);
     struct stat there = {};
-    const bool exists = stat(file.place.c_str(), &there) == 0;
+    const bool exists = stat(name.c_str(), &there) == 0;
+    if (!exists && errno == ELOOP) fail(name, system_reason(errno));
     if (exists && S_ISDIR(there.st_mode)) fail(name, "is a directory");
-    if (exists && access(file.place.c_str(), W_OK) != 0) fail(name, system_reason(errno));
+    if (exists && access(name.c_str(), W_OK) != 0) fail(name, system_reason(errno));
     if (exists && !S_ISREG(there.st_mode)) {
-        file.descriptor = open(file.place.c_str(), S_ISFIFO(there.st_mode) ? O_WRONLY : O_RDWR);
+        // By this name: what the links of /dev/stdout lead to has none where it is a pipe.
+        file.descriptor = open(name.c_str(), S_ISFIFO(there.st_mode) ? O_WRONLY : O_RDWR);
         if (file.descriptor < 0) fail(name, system_reason(errno));
         return;
     }
+    file.place = resolved(name);
     std::string pattern = (std::filesystem::path(file.place).parent_path() / ".vqns-XXXXXX").string();
     file.descriptor = make_temporary(pattern);
     if (file.descriptor < 0) fail(name, system_reason(errno));
     file.temporary = pattern;
-    fchmod(file.descriptor, permissions_for(file.place));
+    dress_as(file.descriptor, exists ? &there : nullptr);
 }
 
 int release_descriptor(ReplacedFile& file) {

@@ -61,7 +61,10 @@ def endings(text: str) -> tuple[str, ...]:
 
 def limit(text: str) -> float | None:
     """An attenuation limit."""
-    return check_limit(float(text))
+    try:
+        return check_limit(float(text))
+    except ValueError:
+        raise argparse.ArgumentTypeError(f"{text!r} is not a number of dB from 0 on") from None
 
 
 def denoise_tree(options: argparse.Namespace, journal: "Journal") -> int:
@@ -84,13 +87,15 @@ def denoise_tree(options: argparse.Namespace, journal: "Journal") -> int:
                 progress.skipped += 1
             else:
                 folders.add(os.path.dirname(task.target))
+                if os.path.exists(task.target):
+                    journal.begin(name)
                 yield task
 
     tasks = due()
     first = next(tasks, None)
     if first is not None:
         where = options.scheduler
-        cluster = run.cluster_client(where, in_tree) if where else run.local_client(options.workers)
+        cluster = run.cluster_client(where, in_tree, out_tree) if where else run.local_client(options.workers)
         try:
             with cluster as client:
                 for task, outcome in run.outcomes(client, itertools.chain([first], tasks), journal.settings):

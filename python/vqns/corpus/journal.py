@@ -1,7 +1,8 @@
 """What has been done and what could not be, in two files of JSON lines at the top of the output tree.
 
 The journal has a line for each finished file: its name, size and time of modification of the input, size of the
-output, and the settings. The last line of a name counts. It is written by one process alone, which holds a lock on it.
+output, and the settings; and one before a file that is there is made anew. The last line of a name counts. It is
+written by one process alone, which holds a lock on it.
 """
 import fcntl
 import json
@@ -20,7 +21,7 @@ class InUse(Exception):
 
 
 class Journal:
-    """Of one run: `done` asks, `add` tells. Names are relative to the trees.
+    """Of one run: `done` asks, `begin` and `add` tell. Names are relative to the trees.
 
     Raises InUse while another run has the tree.
     """
@@ -46,11 +47,11 @@ class Journal:
         for line in self._journal:
             try:
                 entry = json.loads(line)
-                name, known = entry["file"], (entry["size"], entry["mtime_ns"], entry["written"])
-                current = entry["settings"] == self.settings
-            except (ValueError, KeyError, TypeError):
+                name, current = entry["file"], entry.get("settings") == self.settings
+                known = (entry["size"], entry["mtime_ns"], entry["written"]) if current else None
+            except (ValueError, KeyError, TypeError, AttributeError):
                 continue  # a line that a crash cut short
-            if current:
+            if known is not None:
                 self._files[name] = known
             else:
                 self._files.pop(name, None)
@@ -67,6 +68,11 @@ class Journal:
         except OSError:
             return False
         return known == (there.st_size, there.st_mtime_ns, made.st_size)
+
+    def begin(self, name: str) -> None:
+        """A file that is there is made anew: should this run be ended, it may be either."""
+        self._journal.write(json.dumps({"file": name, "begun": True}) + "\n")
+        self._journal.flush()
 
     def add(self, name: str, outcome: Outcome) -> None:
         """A finished file, or one that could not be."""

@@ -14,6 +14,7 @@ from distributed import CancelledError, Client, KilledWorker, LocalCluster, as_c
 
 from .. import __version__, model_id
 from .files import PARTIAL, Outcome, Settings, denoise_file
+from .journal import JOURNAL
 
 
 @dataclass(frozen=True)
@@ -66,8 +67,8 @@ def local_client(workers: int) -> Iterator[Client]:
 
 
 @contextlib.contextmanager
-def cluster_client(address: str, tree: str, patience: float = 60) -> Iterator[Client]:
-    """A running cluster whose workers have this very package and see the tree."""
+def cluster_client(address: str, in_tree: str, out_tree: str, patience: float = 60) -> Iterator[Client]:
+    """A running cluster whose workers have this very package and see both trees; a journal is in the latter."""
     try:
         client = Client(address, timeout=patience)
     except (OSError, ValueError) as error:
@@ -77,13 +78,13 @@ def cluster_client(address: str, tree: str, patience: float = 60) -> Iterator[Cl
             client.wait_for_workers(1, timeout=patience)
         except TimeoutError as error:
             raise CannotRun(f"{address}: the scheduler has no workers") from error
-        for worker, problem in client.run(_probe(tree)).items():
+        for worker, problem in client.run(_probe(in_tree, os.path.join(out_tree, JOURNAL))).items():
             if problem:
                 raise CannotRun(f"worker {worker} {problem}")
         yield client
 
 
-def _probe(tree: str) -> Callable[[], str]:
+def _probe(*places: str) -> Callable[[], str]:
     wanted = (__version__, model_id)
 
     def probe() -> str:  # within a function, so that it travels to workers that lack this module
@@ -95,7 +96,8 @@ def _probe(tree: str) -> Callable[[], str]:
             return f"cannot import {error.name}"
         if (vqns.__version__, vqns.model_id) != wanted:
             return f"has vqns {vqns.__version__} with model {vqns.model_id}, not {wanted[0]} with {wanted[1]}"
-        return "" if os.path.isdir(tree) else f"does not see {tree}"
+        unseen = [place for place in places if not os.path.exists(place)]
+        return f"does not see {unseen[0]}" if unseen else ""
     return probe
 
 

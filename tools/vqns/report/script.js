@@ -45,7 +45,9 @@
     current = player;
     move(player, left.currentTime);
     if (!left.paused) {
-      const silence = () => left.pause();
+      const silence = () => {
+        if (left !== current) left.pause();
+      };
       if (player.paused) player.play().then(silence, silence);
       else silence();
     }
