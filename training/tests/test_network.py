@@ -8,6 +8,7 @@ import numpy as np
 import torch
 
 import golden
+import mean
 from vqns_training import framing, network, tables
 
 MODEL = golden.ROOT / "ns/dnn/model/vqns.safetensors"
@@ -123,6 +124,15 @@ class ParameterFile(unittest.TestCase):
         about = tables.load(MODEL, other)
         tables.save(self.file, other.state_dict(), **about)
         self.assertEqual(self.file.read_bytes(), MODEL.read_bytes())
+
+    def test_mean_of_two(self):
+        tables.save(self.file, self.net.state_dict(), step=7)
+        out = self.file.with_name("mean.safetensors")
+        mean.main([str(MODEL), str(self.file), str(out), "--share", ".3"])
+        (a, _), (b, _), (between, about) = map(tables.read, (MODEL, self.file, out))
+        for name in a:
+            np.testing.assert_allclose(between[name], .7 * a[name] + .3 * b[name], atol=1e-6)
+        self.assertEqual(about, {"step": "7", "share_in_mean": "0.3"})
 
     def test_refuses_what_does_not_fit(self):
         t = tables.read(MODEL)[0]
