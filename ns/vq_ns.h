@@ -111,9 +111,9 @@ VQNS_API size_t vq_ns_data_alignment(void);
 VQNS_API int32_t vq_ns_init(vq_ns_data* instance, int32_t input_rate, int32_t output_rate);
 
 /* One block, normally 10 ms, up to 100 ms, through suppressor and gain stage. Returns the number of samples
- * written: count * output_rate / input_rate, rounded down with the fraction carried on, for which output has
- * room for one more; or 0 while the delay line fills (and, where the rates differ and calls are not whole
- * milliseconds, for one call every some hours); -1 for a longer block. A count below 1 returns 0. Output
+ * written: count * output_rate / input_rate, rounded down with the fraction carried on (give output room for
+ * one more); or 0 while the delay line fills and, where the rates differ and calls are not whole
+ * milliseconds, for a call once in hours or days; -1 for a longer block. A count below 1 returns 0. Output
  * never holds -32768. */
 VQNS_API int32_t vq_ns_process_tenms(vq_ns_data* instance, const int16_t* input, int16_t* output,
                                      int32_t count);
